@@ -1,0 +1,49 @@
+// Instruction-set levels and run-time dispatch.
+//
+// Kernel sources named *.isa.cpp are compiled once per level, each copy into
+// its own namespace (vekr::sse41, vekr::avx2, vekr::avx512) with that level's
+// compiler flags; VEKR_ISA_NS names the namespace inside such a file.  Those
+// files hold functions only: no namespace-scope variables and no function-
+// local statics, so nothing runs at load time with instructions the processor
+// may lack.  The level is chosen once from CPUID (bestIsa); internal entry
+// points take the level as an argument so tests can force each one.
+#pragma once
+
+namespace vekr {
+
+enum class Isa : int {
+    Sse41 = 0,   // SSE4.2 + POPCNT: every x86-64 processor since about 2009
+    Avx2 = 1,    // AVX2 + FMA + BMI2
+    Avx512 = 2,  // AVX-512 F/BW/DQ/VL/CD + VNNI
+};
+
+constexpr int kIsaCount = 3;
+
+// Whether this processor and OS can run code of the given level.
+bool isaSupported(Isa isa) noexcept;
+// The highest supported level, detected once and then cached.
+Isa bestIsa() noexcept;
+// Printable name ("sse41", "avx2", "avx512").
+const char* isaName(Isa isa) noexcept;
+
+}  // namespace vekr
+
+// Declares the same function in each level's namespace:
+//   VEKR_ISA_DECLARE(void scale(float* p, int n, float s));
+#define VEKR_ISA_DECLARE(decl) \
+    namespace sse41 {          \
+    decl;                      \
+    }                          \
+    namespace avx2 {           \
+    decl;                      \
+    }                          \
+    namespace avx512 {         \
+    decl;                      \
+    }
+
+// Calls the copy of a function that belongs to `isa`:
+//   return VEKR_ISA_CALL(isa, scale(p, n, s));
+#define VEKR_ISA_CALL(isa, call)                                         \
+    ((isa) == ::vekr::Isa::Avx512 ? ::vekr::avx512::call                 \
+     : (isa) == ::vekr::Isa::Avx2 ? ::vekr::avx2::call                   \
+                                  : ::vekr::sse41::call)

@@ -1,0 +1,143 @@
+// Version record, allocation wrappers and the parallel-region helper.
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <atomic>
+#include <cstring>
+#include <vector>
+
+#include "core/alloc.h"
+#include "core/isa.h"
+#include "core/parallel.h"
+#include "vekcore.h"
+#include "vekr.h"
+
+namespace {
+
+TEST(Version, FieldsAndPointerIdentity)
+{
+    const VekLibraryVersion* v = vekrGetLibVersion();
+    ASSERT_NE(v, nullptr);
+    EXPECT_EQ(v, vekrGetLibVersion());
+    EXPECT_EQ(v->major, 6);
+    EXPECT_EQ(v->minor, 1);
+    EXPECT_EQ(v->majorBuild, 137);
+    EXPECT_EQ(v->build, 683);
+    const char cpu[4] = {'w', '5', 0, 0};
+    EXPECT_EQ(std::memcmp(v->targetCpu, cpu, 4), 0);
+    EXPECT_STREQ(v->name, "vekrw5-6.1.dll");
+    EXPECT_STREQ(v->version, "6.1 build 137.36");
+    EXPECT_STREQ(v->buildDate, "Sep 29 2009");
+}
+
+TEST(Alloc, CountRule)
+{
+    EXPECT_EQ(vekr::malloc32(0), nullptr);
+    EXPECT_EQ(vekr::malloc32(-5), nullptr);
+    EXPECT_EQ(vekr::malloc64(0), nullptr);
+    EXPECT_EQ(vekr::malloc64(-1), nullptr);
+    void* a = vekr::malloc32(3);
+    void* b = vekr::malloc64(3);
+    ASSERT_NE(a, nullptr);
+    ASSERT_NE(b, nullptr);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(a) % 64, 0u);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(b) % 64, 0u);
+    std::memset(a, 1, 12);
+    std::memset(b, 1, 24);
+    vekr::freeBlock(a);
+    vekr::freeBlock(b);
+    vekr::freeBlock(nullptr);
+}
+
+TEST(Core, VekMallocAndThreads)
+{
+    EXPECT_EQ(vekMalloc(0), nullptr);
+    void* p = vekMalloc(1);
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % 64, 0u);
+    vekFree(p);
+    vekFree(nullptr);
+    EXPECT_GE(ownGetNumThreads(), 1);
+}
+
+TEST(Parallel, PartitionsCoverTheRangeOnce)
+{
+    for (int count : {0, 1, 5, 16, 17, 100}) {
+        for (int team = 1; team <= 5; ++team) {
+            std::vector<int> hits(count, 0);
+            for (int t = 0; t < team; ++t) {
+                const vekr::Range a = vekr::lastTakesRest(count, t, team);
+                for (int i = a.begin; i < a.end; ++i) hits[i]++;
+            }
+            for (int h : hits) EXPECT_EQ(h, 1);
+            std::vector<int> hits2(count, 0);
+            int prevEnd = 0;
+            for (int t = 0; t < team; ++t) {
+                const vekr::Range b = vekr::staticBlock(count, t, team);
+                EXPECT_EQ(b.begin, prevEnd);
+                prevEnd = b.end;
+                for (int i = b.begin; i < b.end; ++i) hits2[i]++;
+            }
+            EXPECT_EQ(prevEnd, count);
+            for (int h : hits2) EXPECT_EQ(h, 1);
+        }
+    }
+    // The last thread takes the remainder: 17 over 3 is 5, 5, 7.
+    EXPECT_EQ(vekr::lastTakesRest(17, 2, 3).begin, 10);
+    EXPECT_EQ(vekr::lastTakesRest(17, 2, 3).end, 17);
+    // The static schedule gives the first threads one more: 6, 6, 5.
+    EXPECT_EQ(vekr::staticBlock(17, 1, 3).begin, 6);
+    EXPECT_EQ(vekr::staticBlock(17, 2, 3).end, 17);
+}
+
+TEST(Parallel, RegionUsesGrantedTeam)
+{
+    std::vector<int> out(1000, 0);
+    std::atomic<int> teams{0};
+    vekr::parallelFor(2, 1000, vekr::lastTakesRest, [&](int b, int e, int, int team) {
+        teams = team;
+        for (int i = b; i < e; ++i) out[i] = i * 2;
+    });
+    for (int i = 0; i < 1000; ++i) ASSERT_EQ(out[i], i * 2);
+    EXPECT_GE(teams.load(), 1);
+}
+
+TEST(Parallel, SerializedInsideActiveRegion)
+{
+    // With nesting off the runtime does not fork inside a region: the body
+    // must run once as a team of one and still cover the whole range.
+    const int oldLevels = omp_get_max_active_levels();
+    omp_set_max_active_levels(1);
+    std::vector<int> out(64, 0);
+    int seenTeam = -1;
+#pragma omp parallel num_threads(2)
+    {
+#pragma omp master
+        vekr::parallelFor(4, 64, vekr::lastTakesRest, [&](int b, int e, int, int team) {
+            seenTeam = team;
+            for (int i = b; i < e; ++i) out[i] += 1;
+        });
+    }
+    omp_set_max_active_levels(oldLevels);
+    EXPECT_EQ(seenTeam, 1);
+    for (int v : out) EXPECT_EQ(v, 1);
+}
+
+TEST(Parallel, ExceptionsReachTheCaller)
+{
+    EXPECT_THROW(vekr::parallelRegion(2, [](int t, int) {
+                     if (t == 0) throw std::bad_alloc();
+                 }),
+                 std::bad_alloc);
+}
+
+TEST(Isa, DetectionIsConsistent)
+{
+    EXPECT_TRUE(vekr::isaSupported(vekr::Isa::Sse41));
+    EXPECT_TRUE(vekr::isaSupported(vekr::bestIsa()));
+    if (vekr::isaSupported(vekr::Isa::Avx512)) {
+        EXPECT_TRUE(vekr::isaSupported(vekr::Isa::Avx2));
+    }
+}
+
+}  // namespace
