@@ -83,7 +83,7 @@ inline Mesh loadOff(const std::string& path)
 inline std::string dataFile(const std::string& name)
 {
 #ifdef VEKR_TEST_DATA_DIR
-    for (const std::string dir : {std::string(VEKR_TEST_DATA_DIR), std::string(VEKR_SHARED_DATA_DIR)}) {
+    for (const std::string& dir : {std::string(VEKR_TEST_DATA_DIR), std::string(VEKR_SHARED_DATA_DIR)}) {
         std::ifstream f(dir + "/" + name);
         if (f.good()) return dir + "/" + name;
     }
