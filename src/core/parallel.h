@@ -70,6 +70,48 @@ void parallelRegion(int threads, Body&& body)
     if (error) std::rethrow_exception(error);
 }
 
+// Like parallelRegion, but master(team) runs on the master thread alone,
+// before the barrier, for work done once for all threads (for instance a
+// size that every thread's share is computed from); its effects are visible
+// to every thread when body(thread, team) starts.
+template <class Master, class Body>
+void parallelRegion(int threads, Master&& master, Body&& body)
+{
+    if (threads <= 1) {
+        master(1);
+        body(0, 1);
+        return;
+    }
+    int team = 1;
+    bool masterFailed = false;
+    std::exception_ptr error;
+    std::mutex errorLock;
+#pragma omp parallel num_threads(threads)
+    {
+#pragma omp master
+        {
+            team = omp_get_num_threads();
+            try {
+                master(team);
+            } catch (...) {
+                std::lock_guard<std::mutex> hold(errorLock);
+                if (!error) error = std::current_exception();
+                masterFailed = true;
+            }
+        }
+#pragma omp barrier
+        if (!masterFailed) {
+            try {
+                body(omp_get_thread_num(), team);
+            } catch (...) {
+                std::lock_guard<std::mutex> hold(errorLock);
+                if (!error) error = std::current_exception();
+            }
+        }
+    }
+    if (error) std::rethrow_exception(error);
+}
+
 // A region whose threads each take one contiguous range of [0, count), cut by
 // `partition` (lastTakesRest or staticBlock) from the granted team size.
 template <class Partition, class Body>
