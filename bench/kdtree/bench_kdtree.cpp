@@ -1,0 +1,103 @@
+// Cost-driven KD-tree build throughput (triangles per second, median of 5)
+// on real and synthetic meshes, on 1 and 2 threads, beside Embree 3's BVH
+// build at high and default quality on the same meshes in the same run.
+//
+//   bench_kdtree [runs]
+//
+// One thread: OpenMP regions are made inactive (max active levels 0), so the
+// per-axis searches run one after the other on the calling thread.
+#include <omp.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "testutil.h"
+#include "vekr.h"
+#ifdef VEKR_HAVE_EMBREE
+#include "embree_peer.h"
+#endif
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double medianSeconds(int runs, const std::function<void()>& fn)
+{
+    fn();  // warm-up
+    std::vector<double> t;
+    for (int i = 0; i < runs; ++i) {
+        const auto a = Clock::now();
+        fn();
+        t.push_back(std::chrono::duration<double>(Clock::now() - a).count());
+    }
+    std::sort(t.begin(), t.end());
+    return t[t.size() / 2];
+}
+
+struct Named {
+    std::string name;
+    vekr::test::Mesh mesh;
+};
+
+void setThreads(int threads)
+{
+    omp_set_max_active_levels(threads > 1 ? 1 : 0);
+    omp_set_num_threads(threads);
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    const int runs = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
+    std::vector<Named> meshes;
+    for (const char* f : {"bunny00.off", "armadillo.off"}) {
+        const std::string path = vekr::test::dataFile(f);
+        if (path.empty()) {
+            std::printf("# %s not found (bash scripts/fetch-data.sh), skipped\n", f);
+            continue;
+        }
+        meshes.push_back({f, vekr::test::loadOff(path)});
+    }
+    meshes.push_back({"bumpySphere 1M", vekr::test::bumpySphere(500, 1000)});
+
+    std::printf("%-16s %9s %3s %12s %12s %12s %8s %8s\n", "mesh", "tris", "thr", "vekr Mtri/s",
+                "emb-high", "emb-default", "vs-high", "vs-def");
+    for (const Named& nm : meshes) {
+        const auto& m = nm.mesh;
+        const double n = m.triangleCount();
+        for (int threads : {1, 2}) {
+            setThreads(threads);
+            VekrKDTreeBuildParams p{VEKR_KDTREE_SAH_MAGIC, 50, 0.0f, 4000u, nullptr};
+            int size = 0;
+            VekStatus st = vekStsOk;
+            const double tv = medianSeconds(runs, [&] {
+                VekrKDTreeNode* tree = nullptr;
+                st = vekrKDTreeBuildAlloc(&tree, m.vertices.data(), m.triangles.data(),
+                                          m.vertexCount(), m.triangleCount(), &size, &p);
+                vekrKDTreeFree(tree);
+            });
+            if (st != vekStsOk) std::printf("# vekr build failed: %d\n", st);
+            double th = 0, td = 0;
+#ifdef VEKR_HAVE_EMBREE
+            setThreads(1);
+            vekr::bench::EmbreeDevice dev(threads);
+            vekr::bench::EmbreeScene scene(dev, m);
+            th = medianSeconds(runs, [&] { scene.build(RTC_BUILD_QUALITY_HIGH); });
+            td = medianSeconds(runs, [&] { scene.build(RTC_BUILD_QUALITY_MEDIUM); });
+#endif
+            const double rv = n / tv * 1e-6;
+            const double rh = th > 0 ? n / th * 1e-6 : 0, rd = td > 0 ? n / td * 1e-6 : 0;
+            std::printf("%-16s %9.0f %3d %12.3f %12.3f %12.3f %8.2f %8.2f   (vekr %.1f ms, tree %d B)\n",
+                        nm.name.c_str(), n, threads, rv, rh, rd, rh > 0 ? rv / rh : 0,
+                        rd > 0 ? rv / rd : 0, tv * 1e3, size);
+            std::fflush(stdout);
+        }
+    }
+    return 0;
+}
