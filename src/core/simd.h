@@ -61,11 +61,12 @@ inline F4 rcpNewton(F4 x)
     return _mm_sub_ps(_mm_add_ps(y0, y0), _mm_mul_ps(_mm_mul_ps(x, y0), y0));
 }
 
-// Reciprocal square root refined by one Newton step: -0.5*r0*(s*r0*r0 - 3).
+// Reciprocal square root refined by one Newton step: -0.5*r0*(s*r0^2 - 3),
+// evaluated as (-0.5*r0) * (s*(r0*r0) - 3): the square of r0 is formed first.
 inline F4 rsqrtNewton(F4 s)
 {
     const __m128 r0 = _mm_rsqrt_ps(s);
-    const __m128 t = _mm_sub_ps(_mm_mul_ps(_mm_mul_ps(s, r0), r0), _mm_set1_ps(3.0f));
+    const __m128 t = _mm_sub_ps(_mm_mul_ps(s, _mm_mul_ps(r0, r0)), _mm_set1_ps(3.0f));
     return _mm_mul_ps(_mm_mul_ps(_mm_set1_ps(-0.5f), r0), t);
 }
 
