@@ -1,0 +1,419 @@
+// Resize against the direct per-voxel reference, for all element types,
+// both layouts and every mode; checks, warnings, identity, slice copies,
+// saturation, the threaded path and a real volume.
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "resize_reference.h"
+#include "testutil.h"
+#include "vekr.h"
+
+using vekr::test::Box;
+using vekr::test::Dense;
+
+namespace {
+
+const int kModes[] = {1, 2, 4, 5, 6, 7};
+
+template <class T>
+Dense<T> randomVolume(int w, int h, int d, unsigned seed)
+{
+    Dense<T> v(w, h, d);
+    std::mt19937 rng(seed);
+    for (auto& e : v.data) {
+        if constexpr (std::is_same_v<T, float>)
+            e = std::uniform_real_distribution<float>(-1.0f, 2.0f)(rng);
+        else if constexpr (std::is_same_v<T, uint8_t>)
+            e = T(rng() & 0xFF);
+        else
+            e = T(rng() & 0xFFFF);
+    }
+    return v;
+}
+
+template <class T>
+T sentinel()
+{
+    if constexpr (std::is_same_v<T, float>) return -777.25f;
+    return T(0x5A5A);
+}
+
+// A dense volume placed in caller memory with padded rows and slices, seen
+// through either layout.  Slices of the pointer layout are stored in
+// reverse order so that no slice follows its predecessor.
+template <class T>
+struct Placed {
+    int w, h, d, rowBytes, sliceBytes;
+    std::vector<uint8_t> mem;
+    std::vector<T*> slices;
+    Placed(const Dense<T>& v, int padRow, int padSlice, bool reversed)
+        : w(v.w), h(v.h), d(v.d), rowBytes(int((v.w + padRow) * sizeof(T))),
+          sliceBytes(rowBytes * v.h + padSlice * int(sizeof(T)))
+    {
+        mem.assign(size_t(sliceBytes) * d + 64, 0xEE);
+        for (int z = 0; z < d; ++z)
+            slices.push_back(reinterpret_cast<T*>(mem.data() + size_t(reversed ? d - 1 - z : z) * sliceBytes));
+        for (int z = 0; z < d; ++z)
+            for (int y = 0; y < h; ++y)
+                std::memcpy(row(y, z), &v.at(0, y, z), w * sizeof(T));
+    }
+    T* base() { return reinterpret_cast<T*>(mem.data()); }
+    T* row(int y, int z) { return reinterpret_cast<T*>(reinterpret_cast<uint8_t*>(slices[z]) + size_t(y) * rowBytes); }
+    Dense<T> dense()
+    {
+        Dense<T> v(w, h, d);
+        for (int z = 0; z < d; ++z)
+            for (int y = 0; y < h; ++y) std::memcpy(&v.at(0, y, z), row(y, z), w * sizeof(T));
+        return v;
+    }
+};
+
+struct Call {
+    VekCuboid srcVoi, dstVoi;
+    double f[3], sh[3];
+    int mode;
+};
+
+VekStatus callV(const uint8_t* s, const VekVolumeSize* vs, int ss, int sp, const VekCuboid* sv,
+                uint8_t* d, int ds, int dp, const VekCuboid* dv, const Call& c, uint8_t* b)
+{
+    return vekrResize_8u_C1V(s, vs, ss, sp, sv, d, ds, dp, dv, c.f[0], c.f[1], c.f[2], c.sh[0],
+                             c.sh[1], c.sh[2], c.mode, b);
+}
+VekStatus callV(const uint16_t* s, const VekVolumeSize* vs, int ss, int sp, const VekCuboid* sv,
+                uint16_t* d, int ds, int dp, const VekCuboid* dv, const Call& c, uint8_t* b)
+{
+    return vekrResize_16u_C1V(s, vs, ss, sp, sv, d, ds, dp, dv, c.f[0], c.f[1], c.f[2], c.sh[0],
+                              c.sh[1], c.sh[2], c.mode, b);
+}
+VekStatus callV(const float* s, const VekVolumeSize* vs, int ss, int sp, const VekCuboid* sv,
+                float* d, int ds, int dp, const VekCuboid* dv, const Call& c, uint8_t* b)
+{
+    return vekrResize_32f_C1V(s, vs, ss, sp, sv, d, ds, dp, dv, c.f[0], c.f[1], c.f[2], c.sh[0],
+                              c.sh[1], c.sh[2], c.mode, b);
+}
+VekStatus callPV(const uint8_t* const* s, const VekVolumeSize* vs, int ss, const VekCuboid* sv,
+                 uint8_t* const* d, int ds, const VekCuboid* dv, const Call& c, uint8_t* b)
+{
+    return vekrResize_8u_C1PV(s, vs, ss, sv, d, ds, dv, c.f[0], c.f[1], c.f[2], c.sh[0], c.sh[1],
+                              c.sh[2], c.mode, b);
+}
+VekStatus callPV(const uint16_t* const* s, const VekVolumeSize* vs, int ss, const VekCuboid* sv,
+                 uint16_t* const* d, int ds, const VekCuboid* dv, const Call& c, uint8_t* b)
+{
+    return vekrResize_16u_C1PV(s, vs, ss, sv, d, ds, dv, c.f[0], c.f[1], c.f[2], c.sh[0], c.sh[1],
+                               c.sh[2], c.mode, b);
+}
+VekStatus callPV(const float* const* s, const VekVolumeSize* vs, int ss, const VekCuboid* sv,
+                 float* const* d, int ds, const VekCuboid* dv, const Call& c, uint8_t* b)
+{
+    return vekrResize_32f_C1PV(s, vs, ss, sv, d, ds, dv, c.f[0], c.f[1], c.f[2], c.sh[0], c.sh[1],
+                               c.sh[2], c.mode, b);
+}
+
+// The work buffer: exactly the queried size, placed at an odd offset so the
+// resize has to align its parts itself (ASan sees any overrun).
+struct WorkBuffer {
+    std::vector<uint8_t> mem;
+    uint8_t* p = nullptr;
+    WorkBuffer(const Call& c, int offset = 3)
+    {
+        int size = 0;
+        EXPECT_EQ(vekrResizeGetBufSize(&c.srcVoi, &c.dstVoi, 1, c.mode, &size), vekStsOk);
+        mem.assign(size_t(size) + offset, 0);
+        p = mem.data() + offset;
+    }
+};
+
+// Runs one call through the given layout and returns the destination and
+// the status; the destination starts as the sentinel.
+template <class T>
+Dense<T> runResize(const Dense<T>& src, Dense<T> dst0, const Call& c, bool block, VekStatus& st)
+{
+    Placed<T> s(src, 3, 5, !block);
+    Placed<T> d(dst0, 1, 7, !block);
+    WorkBuffer buf(c);
+    const VekVolumeSize vol{src.w, src.h, src.d};
+    if (block)
+        st = callV(s.base(), &vol, s.rowBytes, s.sliceBytes, &c.srcVoi, d.base(), d.rowBytes,
+                   d.sliceBytes, &c.dstVoi, c, buf.p);
+    else
+        st = callPV(const_cast<const T* const*>(s.slices.data()), &vol, s.rowBytes, &c.srcVoi,
+                    d.slices.data(), d.rowBytes, &c.dstVoi, c, buf.p);
+    return d.dense();
+}
+
+template <class T>
+void expectMatchesReference(const Dense<T>& src, int dw, int dh, int dd, const Call& c)
+{
+    Dense<T> dst0(dw, dh, dd, sentinel<T>());
+    Dense<T> expect = dst0;
+    const Box b = vekr::test::refResize(src, c.srcVoi, expect, c.dstVoi, c.f, c.sh, c.mode);
+    for (bool block : {true, false}) {
+        VekStatus st = -100;
+        const Dense<T> got = runResize(src, dst0, c, block, st);
+        ASSERT_EQ(st, b.empty() ? vekStsEmptyDestination : vekStsOk);
+        size_t bad = 0, first = 0;
+        for (size_t k = 0; k < got.data.size(); ++k)
+            if (std::memcmp(&got.data[k], &expect.data[k], sizeof(T)) != 0 && bad++ == 0) first = k;
+        ASSERT_EQ(bad, 0u) << "mode " << c.mode << (block ? " block" : " slices") << " f "
+                           << c.f[0] << "," << c.f[1] << "," << c.f[2] << " sh " << c.sh[0] << ","
+                           << c.sh[1] << "," << c.sh[2] << " first index " << first << " got "
+                           << double(got.data[first]) << " want " << double(expect.data[first]);
+    }
+}
+
+template <class T>
+void sweep(unsigned seed)
+{
+    const Dense<T> src = randomVolume<T>(11, 9, 7, seed);
+    std::mt19937 rng(seed * 7 + 1);
+    const double factors[] = {0.5, 1.0, 1.5, 0.37, 2.3, 3.0, 0.8};
+    const double shifts[] = {0.0, 0.3, -2.7, 1.5};
+    for (int mode : kModes) {
+        for (int trial = 0; trial < 12; ++trial) {
+            Call c;
+            c.mode = mode;
+            for (int a = 0; a < 3; ++a) {
+                c.f[a] = factors[rng() % 7];
+                c.sh[a] = shifts[rng() % 4];
+            }
+            // Source regions that start inside and may run past the volume.
+            c.srcVoi = {int(rng() % 3), int(rng() % 2), int(rng() % 2), 5 + int(rng() % 12),
+                        4 + int(rng() % 10), 3 + int(rng() % 8)};
+            // Destination regions that may cut the mapped box on either side.
+            c.dstVoi = {int(rng() % 4), int(rng() % 3), int(rng() % 3), 6 + int(rng() % 30),
+                        5 + int(rng() % 25), 4 + int(rng() % 20)};
+            expectMatchesReference(src, 40, 32, 26, c);
+            if (::testing::Test::HasFatalFailure()) return;
+        }
+    }
+}
+
+}  // namespace
+
+TEST(VolumeResize, MatchesReference8u) { sweep<uint8_t>(1); }
+TEST(VolumeResize, MatchesReference16u) { sweep<uint16_t>(2); }
+TEST(VolumeResize, MatchesReference32f) { sweep<float>(3); }
+
+// Every destination row is wide enough for the 4-wide loops and their
+// scalar tails; both scaling directions on every axis.
+TEST(VolumeResize, WideRowsMatchReference)
+{
+    const Dense<float> f = randomVolume<float>(37, 23, 9, 4);
+    const Dense<uint8_t> b = randomVolume<uint8_t>(37, 23, 9, 5);
+    for (int mode : kModes)
+        for (double fx : {0.45, 1.7}) {
+            Call c{{0, 0, 0, 37, 23, 9}, {1, 2, 0, 70, 40, 20}, {fx, 1.0 / fx, 1.3}, {0.1, 0, -0.2}, mode};
+            expectMatchesReference(f, 72, 44, 21, c);
+            expectMatchesReference(b, 72, 44, 21, c);
+        }
+}
+
+TEST(VolumeResize, IdentityForInterpolatingModes)
+{
+    const Dense<float> f = randomVolume<float>(13, 8, 6, 9);
+    const Dense<uint16_t> u = randomVolume<uint16_t>(13, 8, 6, 10);
+    for (int mode : {1, 2, 4, 6}) {
+        Call c{{0, 0, 0, 13, 8, 6}, {0, 0, 0, 13, 8, 6}, {1, 1, 1}, {0, 0, 0}, mode};
+        for (bool block : {true, false}) {
+            VekStatus st;
+            EXPECT_EQ(runResize(f, Dense<float>(13, 8, 6), c, block, st).data, f.data) << mode;
+            EXPECT_EQ(st, vekStsOk);
+            EXPECT_EQ(runResize(u, Dense<uint16_t>(13, 8, 6), c, block, st).data, u.data) << mode;
+        }
+    }
+    // The smoothing kernels blur.
+    Call c{{0, 0, 0, 13, 8, 6}, {0, 0, 0, 13, 8, 6}, {1, 1, 1}, {0, 0, 0}, 5};
+    VekStatus st;
+    EXPECT_NE(runResize(f, Dense<float>(13, 8, 6), c, true, st).data, f.data);
+}
+
+TEST(VolumeResize, NearestSliceCopyAndColumns)
+{
+    const Dense<uint8_t> src = randomVolume<uint8_t>(6, 5, 4, 11);
+    Call c{{0, 0, 0, 6, 5, 4}, {0, 0, 0, 12, 5, 12}, {2, 1, 3}, {0, 0, 0}, 1};
+    for (bool block : {true, false}) {
+        VekStatus st;
+        const Dense<uint8_t> got = runResize(src, Dense<uint8_t>(12, 5, 12), c, block, st);
+        ASSERT_EQ(st, vekStsOk);
+        for (int z = 0; z < 12; ++z)
+            for (int y = 0; y < 5; ++y)
+                for (int x = 0; x < 12; ++x)
+                    ASSERT_EQ(got.at(x, y, z), src.at(x / 2, y, z / 3)) << x << " " << y << " " << z;
+    }
+}
+
+TEST(VolumeResize, IntegerSaturation)
+{
+    // A step edge overshoots with the negative-lobe kernels.
+    Dense<uint8_t> src(8, 4, 4);
+    for (int z = 0; z < 4; ++z)
+        for (int y = 0; y < 4; ++y)
+            for (int x = 0; x < 8; ++x) src.at(x, y, z) = (x / 2) % 2 ? 255 : 0;
+    for (int mode : {4, 6, 7}) {
+        Call c{{0, 0, 0, 8, 4, 4}, {0, 0, 0, 27, 4, 4}, {3.3, 1, 1}, {0, 0, 0}, mode};
+        VekStatus st;
+        const Dense<uint8_t> got = runResize(src, Dense<uint8_t>(27, 4, 4, 9), c, true, st);
+        ASSERT_EQ(st, vekStsOk);
+        // Both clamps happen: an unclamped float would leave the 0..255 range.
+        Dense<float> fs(8, 4, 4);
+        for (size_t k = 0; k < src.data.size(); ++k) fs.data[k] = src.data[k];
+        const Dense<float> fr = runResize(fs, Dense<float>(27, 4, 4), c, true, st);
+        const auto [lo, hi] = std::minmax_element(fr.data.begin(), fr.data.end());
+        EXPECT_LT(*lo, 0.0f);
+        EXPECT_GT(*hi, 255.0f);
+        for (size_t k = 0; k < got.data.size(); ++k) {
+            if (fr.data[k] < 0) { EXPECT_EQ(got.data[k], 0); }
+            if (fr.data[k] > 255) { EXPECT_EQ(got.data[k], 255); }
+        }
+        expectMatchesReference(src, 27, 4, 4, c);
+    }
+}
+
+TEST(VolumeResize, ChecksAndWarningsLeaveDestinationUntouched)
+{
+    const Dense<float> src = randomVolume<float>(6, 6, 6, 12);
+    Placed<float> s(src, 0, 0, false);
+    Dense<float> dst0(8, 8, 8, sentinel<float>());
+    Placed<float> d(dst0, 0, 0, false);
+    std::vector<uint8_t> buf(1 << 20);
+    const VekVolumeSize vol{6, 6, 6};
+    const Call good{{0, 0, 0, 6, 6, 6}, {0, 0, 0, 8, 8, 8}, {1.2, 1.2, 1.2}, {0, 0, 0}, 2};
+    auto both = [&](const VekVolumeSize* v, const VekCuboid* sv, const VekCuboid* dv, const Call& c,
+                    const float* sp, float* dp, uint8_t* bp) {
+        const VekStatus a = callV(sp, v, s.rowBytes, s.sliceBytes, sv, dp, d.rowBytes,
+                                  d.sliceBytes, dv, c, bp);
+        const VekStatus b = callPV(sp ? const_cast<const float* const*>(s.slices.data()) : nullptr,
+                                   v, s.rowBytes, sv, dp ? d.slices.data() : nullptr, d.rowBytes,
+                                   dv, c, bp);
+        EXPECT_EQ(a, b);
+        return a;
+    };
+    float* sp = s.base();
+    float* dp = d.base();
+    // Null pointers first, whatever else is wrong.
+    Call bad = good;
+    bad.mode = 3;
+    bad.f[0] = -1;
+    EXPECT_EQ(both(&vol, &good.srcVoi, &good.dstVoi, bad, nullptr, dp, buf.data()), vekStsNullPtr);
+    EXPECT_EQ(both(&vol, &good.srcVoi, &good.dstVoi, bad, sp, nullptr, buf.data()), vekStsNullPtr);
+    EXPECT_EQ(both(&vol, &good.srcVoi, &good.dstVoi, bad, sp, dp, nullptr), vekStsNullPtr);
+    // Sizes: the volume, then each field of either region.
+    for (int k = 0; k < 3; ++k) {
+        VekVolumeSize v = vol;
+        (&v.width)[k] = 0;
+        EXPECT_EQ(both(&v, &good.srcVoi, &good.dstVoi, bad, sp, dp, buf.data()), vekStsSize);
+    }
+    for (int field = 0; field < 6; ++field)
+        for (int which = 0; which < 2; ++which) {
+            VekCuboid sv = good.srcVoi, dv = good.dstVoi;
+            VekCuboid& c = which ? dv : sv;
+            int* f[6] = {&c.x, &c.y, &c.z, &c.width, &c.height, &c.depth};
+            *f[field] = field < 3 ? -1 : 0;
+            EXPECT_EQ(both(&vol, &sv, &dv, bad, sp, dp, buf.data()), vekStsSize) << field;
+        }
+    // Factors before the mode; zero, negative and NaN factors.
+    for (int a = 0; a < 3; ++a)
+        for (double f : {0.0, -0.5, std::nan("")}) {
+            Call c = good;
+            c.mode = 3;
+            c.f[a] = f;
+            EXPECT_EQ(both(&vol, &c.srcVoi, &c.dstVoi, c, sp, dp, buf.data()), vekStsResizeFactor);
+        }
+    for (int mode : {0, 3, 8, -2}) {
+        Call c = good;
+        c.mode = mode;
+        c.srcVoi.x = 6;  // the warning comes after the mode check
+        EXPECT_EQ(both(&vol, &c.srcVoi, &c.dstVoi, c, sp, dp, buf.data()), vekStsInterpolation);
+    }
+    // Warning 40: the source origin outside the volume.
+    for (int a = 0; a < 3; ++a) {
+        Call c = good;
+        (&c.srcVoi.x)[a] = 6;
+        EXPECT_EQ(both(&vol, &c.srcVoi, &c.dstVoi, c, sp, dp, buf.data()), vekStsVoiOutside);
+    }
+    // Warning 1: the destination region beside the mapped source.
+    {
+        Call c = good;
+        c.dstVoi = {0, 0, 0, 8, 8, 8};
+        c.sh[1] = 20;
+        EXPECT_EQ(both(&vol, &c.srcVoi, &c.dstVoi, c, sp, dp, buf.data()), vekStsEmptyDestination);
+        c.sh[1] = 0;
+        c.dstVoi.z = 8;  // region starting past the end of the mapped box
+        EXPECT_EQ(both(&vol, &c.srcVoi, &c.dstVoi, c, sp, dp, buf.data()), vekStsEmptyDestination);
+    }
+    EXPECT_EQ(d.dense().data, dst0.data);
+    // A source region past the volume is cut back silently.
+    Call c = good;
+    c.srcVoi = {1, 2, 3, 100, 100, 100};
+    EXPECT_EQ(both(&vol, &c.srcVoi, &c.dstVoi, c, sp, dp, buf.data()), vekStsOk);
+}
+
+// Start and end of the destination box: a start exactly half way rounds
+// down, an end exactly half way rounds up.
+TEST(VolumeResize, BoxBiases)
+{
+    const Dense<float> src = randomVolume<float>(4, 4, 4, 13);
+    // Source 0..4 scaled by 1.25 and shifted 0.5: x from 0.5 to 5.5.
+    Call c{{0, 0, 0, 4, 4, 4}, {0, 0, 0, 10, 4, 4}, {1.25, 1, 1}, {0.5, 0, 0}, 1};
+    VekStatus st;
+    const Dense<float> got = runResize(src, Dense<float>(10, 4, 4, sentinel<float>()), c, true, st);
+    ASSERT_EQ(st, vekStsOk);
+    for (int x = 0; x < 10; ++x)
+        EXPECT_EQ(got.at(x, 0, 0) != sentinel<float>(), x >= 0 && x < 6) << x;
+}
+
+// vekrResize_32f_C1V on two threads gives the serial result, for every mode,
+// with slabs that do not divide evenly.
+TEST(VolumeResize, ThreadedEqualsSerial)
+{
+    const Dense<float> src = randomVolume<float>(24, 20, 19, 14);
+    const int saved = omp_get_max_threads();
+    for (int mode : kModes) {
+        Call c{{0, 0, 0, 24, 20, 19}, {0, 0, 0, 40, 33, 35}, {1.6, 1.5, 1.7}, {0.25, 0, -0.4}, mode};
+        Dense<float> out[2];
+        for (int threads : {1, 2}) {
+            omp_set_num_threads(threads);
+            VekStatus st;
+            out[threads - 1] = runResize(src, Dense<float>(40, 33, 35, sentinel<float>()), c, true, st);
+            EXPECT_EQ(st, vekStsOk);
+        }
+        EXPECT_EQ(out[0].data, out[1].data) << mode;
+        Dense<float> expect(40, 33, 35, sentinel<float>());
+        vekr::test::refResize(src, c.srcVoi, expect, c.dstVoi, c.f, c.sh, c.mode);
+        EXPECT_EQ(out[1].data, expect.data) << mode;
+    }
+    omp_set_num_threads(saved);
+}
+
+// The real volume: skull_2.9.inr (256-byte header, 64^3 little-endian floats).
+TEST(VolumeResize, RealVolume)
+{
+    std::ifstream in(vekr::test::dataFile("skull_2.9.inr"), std::ios::binary);
+    if (!in) GTEST_SKIP() << "skull_2.9.inr not present (scripts/fetch-data.sh)";
+    Dense<float> vol(64, 64, 64);
+    in.seekg(256);
+    in.read(reinterpret_cast<char*>(vol.data.data()), std::streamsize(vol.data.size() * 4));
+    ASSERT_TRUE(in);
+    Dense<uint8_t> vol8(64, 64, 64);
+    float top = 0;
+    for (float v : vol.data) top = std::max(top, v);
+    for (size_t k = 0; k < vol.data.size(); ++k) vol8.data[k] = uint8_t(vol.data[k] / top * 255.0f);
+    for (int mode : {1, 2, 6}) {
+        // A 40^3 region around the middle, scaled up, and the whole volume scaled down.
+        Call up{{12, 12, 12, 40, 40, 40}, {0, 0, 0, 48, 48, 48}, {1.5, 1.5, 1.5}, {-12, -12, -12}, mode};
+        expectMatchesReference(vol, 48, 48, 48, up);
+        expectMatchesReference(vol8, 48, 48, 48, up);
+        Call down{{0, 0, 0, 64, 64, 64}, {0, 0, 0, 29, 29, 29}, {0.45, 0.45, 0.45}, {0, 0, 0}, mode};
+        expectMatchesReference(vol, 29, 29, 29, down);
+    }
+}
