@@ -140,8 +140,11 @@ inline F8 operator<(F8 a, F8 b) { return _mm256_cmp_ps(a, b, _CMP_LT_OQ); }
 inline F8 operator<=(F8 a, F8 b) { return _mm256_cmp_ps(a, b, _CMP_LE_OQ); }
 inline F8 operator>(F8 a, F8 b) { return _mm256_cmp_ps(a, b, _CMP_GT_OQ); }
 inline F8 operator>=(F8 a, F8 b) { return _mm256_cmp_ps(a, b, _CMP_GE_OQ); }
+inline F8 andnot(F8 a, F8 b) { return _mm256_andnot_ps(a, b); }  // ~a & b
+inline F8 abs(F8 a) { return _mm256_andnot_ps(_mm256_set1_ps(-0.0f), a); }
 inline F8 select(F8 mask, F8 a, F8 b) { return _mm256_blendv_ps(b, a, mask); }
 inline int movemask(F8 m) { return _mm256_movemask_ps(m); }
+inline bool any(F8 m) { return _mm256_movemask_ps(m) != 0; }
 inline F8 rcpNewton(F8 x)
 {
     const __m256 y0 = _mm256_rcp_ps(x);

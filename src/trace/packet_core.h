@@ -1,0 +1,241 @@
+// The packet tracing core: rays of one 4 x 4 image tile that share a
+// direction octant are traced together through the KD-tree, one SIMD lane per
+// ray.  V is the lane vector: simd::F4 (a packet is one row of a tile) or,
+// where AVX2 is compiled in, simd::F8 (two rows of a tile).  Each lane keeps
+// its own interval; decisions at a split are taken for the whole packet
+// without tolerance, and lanes whose interval does not reach a child are
+// masked off inside it.
+//
+// A packet policy provides:
+//   V skip(int tri, V mask);               lanes that test this triangle at all
+//   V hit(int tri, V mask, V inside, V den, V num, V bu, V bv);
+//                                          lanes inside the triangle; returns the
+//                                          lanes that go on (any-hit drops its hits)
+//   V limit();                             a lane stops at a pop once the entry
+//                                          starts at or beyond it
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "accel/kdnode.h"
+#include "core/simd.h"
+#include "trace/ray_core.h"
+#include "vekr.h"
+
+namespace vekr::trace {
+
+using simd::F4;
+
+// Lane layouts: how many tile rows a vector holds, row loads, masked stores.
+template <class V>
+struct Lanes;
+
+template <>
+struct Lanes<F4> {
+    static constexpr int kRows = 1;
+    static F4 load(const float* p, size_t) { return simd::load4(p); }
+    static void blend(float* p, size_t, F4 v, F4 m) { simd::store4(p, simd::select(m, v, simd::load4(p))); }
+    static F4 fromBits(int bits)
+    {
+        const __m128i sel = _mm_setr_epi32(1, 2, 4, 8);
+        return _mm_castsi128_ps(_mm_cmpeq_epi32(_mm_and_si128(_mm_set1_epi32(bits), sel), sel));
+    }
+    static F4 eqInt(F4 a, F4 b)
+    {
+        return _mm_castsi128_ps(_mm_cmpeq_epi32(_mm_castps_si128(a), _mm_castps_si128(b)));
+    }
+    static F4 ones() { return _mm_castsi128_ps(_mm_set1_epi32(-1)); }
+};
+
+#if defined(__AVX2__)
+using simd::F8;
+template <>
+struct Lanes<F8> {
+    static constexpr int kRows = 2;
+    static F8 load(const float* p, size_t stride)
+    {
+        return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_load_ps(p)), _mm_load_ps(p + stride), 1);
+    }
+    static void blend(float* p, size_t stride, F8 v, F8 m)
+    {
+        const __m128 v0 = _mm256_castps256_ps128(v), v1 = _mm256_extractf128_ps(v, 1);
+        const __m128 m0 = _mm256_castps256_ps128(m), m1 = _mm256_extractf128_ps(m, 1);
+        _mm_store_ps(p, _mm_blendv_ps(_mm_load_ps(p), v0, m0));
+        _mm_store_ps(p + stride, _mm_blendv_ps(_mm_load_ps(p + stride), v1, m1));
+    }
+    static F8 fromBits(int bits)
+    {
+        const __m256i sel = _mm256_setr_epi32(1, 2, 4, 8, 16, 32, 64, 128);
+        return _mm256_castsi256_ps(
+            _mm256_cmpeq_epi32(_mm256_and_si256(_mm256_set1_epi32(bits), sel), sel));
+    }
+    static F8 eqInt(F8 a, F8 b)
+    {
+        return _mm256_castsi256_ps(_mm256_cmpeq_epi32(_mm256_castps_si256(a), _mm256_castps_si256(b)));
+    }
+    static F8 ones() { return _mm256_castsi256_ps(_mm256_set1_epi32(-1)); }
+};
+#endif
+
+template <class V>
+inline V intLanes(int32_t x)
+{
+    return V(simd::bitsToFloat(static_cast<uint32_t>(x)));
+}
+
+// A packet of rays of one octant.
+template <class V>
+struct PacketRay {
+    V o[3];
+    V d[3];
+    V rcp[3];
+    int code;  // bit c: direction component c negative; also the near child per axis
+};
+
+// Reciprocals from the hardware approximation refined by one Newton step;
+// a parallel component is first replaced by 1.1920929e-5 so that its axis
+// takes part in the box tests with a reciprocal of about 83886.
+template <class V>
+inline void packetReciprocals(PacketRay<V>& r)
+{
+    const V eps(kParallelEps), sub(1.1920929e-5f);
+    for (int c = 0; c < 3; ++c) {
+        const V d = r.d[c];
+        r.rcp[c] = simd::rcpNewton(simd::select(simd::abs(d) <= eps, sub, d));
+    }
+}
+
+// The triangle test for every lane; returns the lanes inside the triangle.
+template <class V>
+inline V packetCandidate(const VekrTriangleAccel& r, const PacketRay<V>& ray, V& den, V& num,
+                         V& bu, V& bv)
+{
+    const uint32_t w0 = r.axes;
+    const int a = static_cast<int>(w0 & 3u), b = static_cast<int>((w0 >> 2) & 3u),
+              k = static_cast<int>((w0 >> 4) & 3u);
+    const V nu(r.nu), nv(r.nv);
+    const V ob = V(r.cu) - ray.o[b];
+    const V oa = V(r.cv) - ray.o[a];
+    den = ray.d[b] * nu + ray.d[a] * nv + ray.d[k];
+    num = V(r.ck) + nu * ob + nv * oa - ray.o[k];
+    const V pa = ray.d[a] * num - oa * den;
+    const V pb = ray.d[b] * num - ob * den;
+    bu = V(r.e2v) * pb - V(r.e2u) * pa;
+    bv = V(r.e1u) * pa - V(r.e1v) * pb;
+    const V w = den - bu - bv;
+    const V zero(0.0f);
+    return (w * bu >= zero) & (bu * bv >= zero) & (w * bv >= zero);
+}
+
+// Walks the tree for the lanes in mask over their intervals [tNear, tFar].
+template <class V, class Policy>
+inline void traversePacket(const VekrKDTreeNode* root, const VekrTriangleAccel* accel,
+                           const PacketRay<V>& ray, V tNear, V tFar, V mask, Policy& policy)
+{
+    struct Entry {
+        V tNear, tFar, mask;
+        const VekrKDTreeNode* node;
+    };
+    Entry stack[kStackDepth];
+    int sp = 0;
+    const VekrKDTreeNode* node = root;
+    for (;;) {
+        while (!kd::isLeaf(*node)) {
+            const int ax = kd::axis(*node);
+            const V t = (V(kd::splitValue(*node)) - ray.o[ax]) * ray.rcp[ax];
+            const VekrKDTreeNode* pair = kd::children(node);
+            const int nearIdx = (ray.code >> ax) & 1;
+            if (!simd::any(mask & (tNear <= t))) {
+                node = pair + (1 - nearIdx);
+                continue;
+            }
+            const V reachFar = mask & (t <= tFar);
+            if (!simd::any(reachFar)) {
+                node = pair + nearIdx;
+                continue;
+            }
+            stack[sp++] = Entry{simd::max(tNear, t), tFar, reachFar, pair + (1 - nearIdx)};
+            const V m = simd::min(t, tFar);
+            mask = simd::andnot(tNear > m, mask);
+            tFar = simd::max(tNear, m);
+            node = pair + nearIdx;
+        }
+        kd::forEachTriangle(node, [&](int32_t tri) {
+            const V m = policy.skip(tri, mask);
+            if (!simd::any(m)) return false;
+            const VekrTriangleAccel& rec = accel[tri];
+            if (rec.axes == 0) return false;
+            V den, num, bu, bv;
+            const V inside = packetCandidate(rec, ray, den, num, bu, bv) & m;
+            if (!simd::any(inside)) return false;
+            mask = policy.hit(tri, mask, inside, den, num, bu, bv);
+            return !simd::any(mask);
+        });
+        for (;;) {
+            if (sp == 0) return;
+            const Entry& e = stack[--sp];
+            mask = e.mask & (e.tNear < policy.limit());
+            if (simd::any(mask)) {
+                tNear = e.tNear;
+                tFar = e.tFar;
+                node = e.node;
+                break;
+            }
+        }
+    }
+}
+
+// One group of lanes of a tile: its first element and its directions.
+template <class V>
+struct TileGroup {
+    size_t base;
+    V d[3];
+    int active;  // lane bits
+    int neg[3];  // lane bits of negative components
+};
+
+// Walks a block of width x height rays (both multiples of 4) in 4 x 4 tiles,
+// band by band and left to right.  activeOf(base) gives the lanes that take
+// part.  For each direction octant code from the lowest to the highest
+// present in a tile, and each group of rows in order, fn(group, laneMask,
+// code) traces the active lanes of that code.
+template <class V, class ActiveFn, class Fn>
+inline void forEachPacket(int width, int height, const float* const dirs[3], ActiveFn&& activeOf,
+                          Fn&& fn)
+{
+    using L = Lanes<V>;
+    constexpr int kGroups = 4 / L::kRows;
+    const size_t stride = static_cast<size_t>(width);
+    for (int y0 = 0; y0 < height; y0 += 4) {
+        for (int x0 = 0; x0 < width; x0 += 4) {
+            TileGroup<V> g[kGroups];
+            int anyActive = 0;
+            unsigned present = 0;
+            for (int i = 0; i < kGroups; ++i) {
+                g[i].base = static_cast<size_t>(y0 + i * L::kRows) * stride + static_cast<size_t>(x0);
+                for (int c = 0; c < 3; ++c) {
+                    g[i].d[c] = L::load(dirs[c] + g[i].base, stride);
+                    g[i].neg[c] = simd::movemask(g[i].d[c] < V(0.0f));
+                }
+                g[i].active = simd::movemask(activeOf(g[i].base));
+                anyActive |= g[i].active;
+                for (int lane = 0; lane < 4 * L::kRows; ++lane)
+                    present |= 1u << (((g[i].neg[0] >> lane) & 1) | (((g[i].neg[1] >> lane) & 1) << 1) |
+                                      (((g[i].neg[2] >> lane) & 1) << 2));
+            }
+            if (!anyActive) continue;
+            const int lo = __builtin_ctz(present), hi = 31 - __builtin_clz(present);
+            for (int code = lo; code <= hi; ++code) {
+                for (int i = 0; i < kGroups; ++i) {
+                    const int bits = g[i].active & (code & 1 ? g[i].neg[0] : ~g[i].neg[0]) &
+                                     (code & 2 ? g[i].neg[1] : ~g[i].neg[1]) &
+                                     (code & 4 ? g[i].neg[2] : ~g[i].neg[2]);
+                    if (bits) fn(g[i], L::fromBits(bits), code);
+                }
+            }
+        }
+    }
+}
+
+}  // namespace vekr::trace
