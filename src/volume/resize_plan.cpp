@@ -170,8 +170,21 @@ ResizeWork buildResizeWork(uint8_t* share, const ResizePlan& plan) noexcept
     fillAxis(w.z, plan.z, mode);
     if (mode == kLinear)
         for (int k = 0; k < W; ++k) linearTaps(w.x.index[k], w.x.n, w.xTaps + 2 * k);
-    else if (mode != kNearest)
-        for (int k = 0; k < W; ++k) cubicTaps(w.x.index[k], w.x.n, w.xTaps + 4 * k);
+    else if (mode != kNearest) {
+        // Columns are in source order, so the border cases sit at both ends;
+        // the uninterrupted middle (1 <= i <= n-3) is one run.
+        w.xMidBegin = W;
+        w.xMidEnd = W;
+        for (int k = 0; k < W; ++k) {
+            cubicTaps(w.x.index[k], w.x.n, w.xTaps + 4 * k);
+            const int i = w.x.index[k];
+            if (i >= 1 && i <= w.x.n - 3) {
+                if (w.xMidBegin == W) w.xMidBegin = k;
+                w.xMidEnd = k + 1;
+            }
+        }
+        if (w.xMidBegin == W) w.xMidBegin = w.xMidEnd = 0;
+    }
     return w;
 }
 
