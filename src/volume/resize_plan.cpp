@@ -164,21 +164,29 @@ ResizeWork buildResizeWork(uint8_t* share, const ResizePlan& plan) noexcept
             w.z.weight = c.take<float>(4 * D);
         }
         w.xTaps = c.take<int32_t>(K * W);
+        if (K == 2) w.xPairWeights = c.take<float>(2 * W);
     }
     fillAxis(w.x, plan.x, mode);
     fillAxis(w.y, plan.y, mode);
     fillAxis(w.z, plan.z, mode);
-    if (mode == kLinear)
-        for (int k = 0; k < W; ++k) linearTaps(w.x.index[k], w.x.n, w.xTaps + 2 * k);
-    else if (mode != kNearest) {
-        // Columns are in source order, so the border cases sit at both ends;
-        // the uninterrupted middle (1 <= i <= n-3) is one run.
+    if (mode != kNearest) {
+        // Columns are in source order, so the border cases sit at both ends
+        // and the uninterrupted middle (0 <= i <= n-2 for linear, 1 <= i <=
+        // n-3 for cubic) is one run.
+        const int lo = mode == kLinear ? 0 : 1;
+        const int hi = mode == kLinear ? w.x.n - 2 : w.x.n - 3;
         w.xMidBegin = W;
         w.xMidEnd = W;
         for (int k = 0; k < W; ++k) {
-            cubicTaps(w.x.index[k], w.x.n, w.xTaps + 4 * k);
             const int i = w.x.index[k];
-            if (i >= 1 && i <= w.x.n - 3) {
+            if (mode == kLinear) {
+                linearTaps(i, w.x.n, w.xTaps + 2 * k);
+                w.xPairWeights[2 * k] = 1.0f - w.x.frac[k];
+                w.xPairWeights[2 * k + 1] = w.x.frac[k];
+            } else {
+                cubicTaps(i, w.x.n, w.xTaps + 4 * k);
+            }
+            if (i >= lo && i <= hi) {
                 if (w.xMidBegin == W) w.xMidBegin = k;
                 w.xMidEnd = k + 1;
             }

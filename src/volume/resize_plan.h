@@ -58,7 +58,8 @@ struct AxisTables {
 struct ResizeWork {
     AxisTables x, y, z;
     int32_t* xTaps = nullptr;  // taps (2 or 4) per destination column, clamped
-    int xMidBegin = 0, xMidEnd = 0;  // columns whose cubic taps are i-1 .. i+2 unclamped
+    float* xPairWeights = nullptr;   // linear: 1 - t, t per destination column
+    int xMidBegin = 0, xMidEnd = 0;  // columns whose taps are unclamped (i .. i+1 or i-1 .. i+2)
     float* ring = nullptr;     // x-resampled source rows (2 or 4)
     float* planes = nullptr;   // intermediate planes (2 or 4)
     std::ptrdiff_t rowStride = 0;    // floats between ring rows and plane rows
