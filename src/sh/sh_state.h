@@ -1,0 +1,17 @@
+// Layout of the spherical-harmonic state shared by its users.
+#pragma once
+
+#include <cstdint>
+
+namespace vekr::sh {
+
+// Highest band any evaluation accepts; (kMaxBand + 1)^2 basis functions.
+constexpr uint32_t kMaxBand = 15;
+constexpr int kMaxCoeffs = (kMaxBand + 1) * (kMaxBand + 1);
+
+// Entries (l, m >= 0) of each recurrence table for bands 0..order.
+uint32_t tableEntries(uint32_t order);
+// Bytes of one table, rounded up to 16.
+uint32_t tableBytes(uint32_t order);
+
+}  // namespace vekr::sh
