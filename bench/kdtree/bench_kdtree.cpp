@@ -2,7 +2,7 @@
 // on real and synthetic meshes, on 1 and 2 threads, beside Embree 3's BVH
 // build at high and default quality on the same meshes in the same run.
 //
-//   bench_kdtree [runs]
+//   bench_kdtree [runs] [mesh-name-filter]
 //
 // One thread: OpenMP regions are made inactive (max active levels 0), so the
 // per-axis searches run one after the other on the calling thread.
@@ -55,8 +55,10 @@ void setThreads(int threads)
 int main(int argc, char** argv)
 {
     const int runs = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
+    const std::string filter = argc > 2 ? argv[2] : "";
     std::vector<Named> meshes;
     for (const char* f : {"bunny00.off", "armadillo.off"}) {
+        if (std::string(f).find(filter) == std::string::npos) continue;
         const std::string path = vekr::test::dataFile(f);
         if (path.empty()) {
             std::printf("# %s not found (bash scripts/fetch-data.sh), skipped\n", f);
@@ -64,7 +66,8 @@ int main(int argc, char** argv)
         }
         meshes.push_back({f, vekr::test::loadOff(path)});
     }
-    meshes.push_back({"bumpySphere 1M", vekr::test::bumpySphere(500, 1000)});
+    if (std::string("bumpySphere").find(filter) != std::string::npos)
+        meshes.push_back({"bumpySphere 1M", vekr::test::bumpySphere(500, 1000)});
 
     std::printf("%-16s %9s %3s %12s %12s %12s %8s %8s\n", "mesh", "tris", "thr", "vekr Mtri/s",
                 "emb-high", "emb-default", "vs-high", "vs-def");

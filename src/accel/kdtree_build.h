@@ -19,3 +19,15 @@ VekStatus buildCostDriven(const float* vertices, const int* triangles, int32_t v
                           VekrKDTreeNode** ppTree, int* pTreeSize);
 
 }  // namespace vekr::kd
+
+#include "accel/kdtree_buildnode.h"
+
+namespace vekr::kd {
+
+// The same build, reporting what it charged against the budget (tests).
+VekStatus buildCostDrivenStats(const float* vertices, const int* triangles, int32_t vertexCount,
+                               int32_t triangleCount, float threshold, int32_t depthLimit,
+                               uint32_t budgetBytes, const VekrBox3D* region,
+                               VekrKDTreeNode** ppTree, int* pTreeSize, BuildStats* stats);
+
+}  // namespace vekr::kd

@@ -1,0 +1,30 @@
+// Per-triangle boxes the build splits by: the triangle's own box, or, when a
+// region is given, the box of the part of the triangle inside the region.
+#pragma once
+
+#include <cstdint>
+
+#include "vekr.h"
+
+namespace vekr::kd {
+
+// Six arrays of t floats: minimum x, y, z then maximum x, y, z per triangle.
+struct TriBoxes {
+    float* lo[3];
+    float* hi[3];
+};
+
+// Fills the boxes of all t triangles and writes the numbers of the triangles
+// that take part (all of them without a region; those with a part inside it
+// otherwise) in ascending order into kept.  Returns how many were kept.
+// A coordinate -0 is stored as +0, so that one plane has one key.
+int32_t triangleBoxes(const float* vertices, const int* triangles, int32_t t,
+                      const VekrBox3D* region, const TriBoxes& boxes, int32_t* kept) noexcept;
+
+// Cuts the triangle (a, b, c) to the box axis by axis and gives the bounds
+// of the remaining polygon, rounded outwards to floats and kept inside the
+// box.  False when nothing of the triangle is inside.
+bool clipTriangleToBox(const float* a, const float* b, const float* c, const VekrBox3D& box,
+                       float lo[3], float hi[3]) noexcept;
+
+}  // namespace vekr::kd
