@@ -51,42 +51,61 @@ inline void storeSums(int32_t* s, V lo, V hi)
 }
 #endif
 
-// Sums of kBlock voxels starting at x.  Tap t of the mirrored kernel reads row
-// t / K at column t % K; an odd tap count leaves the last pair with a zero
-// coefficient, whose partner reads the same voxel again.  Even and odd pairs
-// go to separate accumulators to shorten the dependency chains.
-template <int K>
-inline void pairBlock(const int16_t* const* rows, const int32_t* pairs, int x, int32_t* sums)
+// Pins an accumulator in a register at this point.  Without it the compiler
+// regroups the long chain of integer additions into a tree, computes every
+// product first and spills them all to the stack.
+inline void pin(V& acc) { __asm__("" : "+x"(acc)); }
+
+// Sums of NB blocks of kBlock voxels starting at x.  Tap t of the mirrored
+// kernel reads row t / K at column t % K; an odd tap count leaves the last
+// pair with a zero coefficient, whose partner reads the same voxel again.
+// Two blocks share each coefficient load; a single block splits even and odd
+// pairs over two accumulators instead, to keep two dependency chains each.
+template <int K, int NB>
+inline void pairBlocks(const int16_t* const* rows, const int32_t* pairs, int x, int32_t* sums)
 {
     constexpr int kTaps = K * K * K;
     constexpr int kPairs = (kTaps + 1) / 2;
-    V lo0 = zeroV(), hi0 = zeroV(), lo1 = zeroV(), hi1 = zeroV();
+    constexpr int kAcc = NB == 1 ? 2 : NB;
+    V lo[kAcc], hi[kAcc];
+    for (int a = 0; a < kAcc; ++a) lo[a] = hi[a] = zeroV();
 #pragma GCC unroll 64
     for (int p = 0; p < kPairs; ++p) {
         const int ta = 2 * p;
         const int tb = 2 * p + 1 < kTaps ? 2 * p + 1 : 2 * p;
-        const V a = loadV(rows[ta / K] + ta % K + x);
-        const V b = loadV(rows[tb / K] + tb % K + x);
+        const int16_t* ra = rows[ta / K] + ta % K + x;
+        const int16_t* rb = rows[tb / K] + tb % K + x;
         const V c = broadcastPair(pairs + 4 * p);
-        if (p & 1) {
-            lo1 = madd(lo1, interleaveLo(a, b), c);
-            hi1 = madd(hi1, interleaveHi(a, b), c);
-        } else {
-            lo0 = madd(lo0, interleaveLo(a, b), c);
-            hi0 = madd(hi0, interleaveHi(a, b), c);
+        for (int n = 0; n < NB; ++n) {
+            const V a = loadV(ra + n * kBlock);
+            const V b = loadV(rb + n * kBlock);
+            const int acc = NB == 1 ? (p & 1) : n;
+            lo[acc] = madd(lo[acc], interleaveLo(a, b), c);
+            hi[acc] = madd(hi[acc], interleaveHi(a, b), c);
+            pin(lo[acc]);
+            pin(hi[acc]);
         }
     }
-    storeSums(sums + x, addV(lo0, lo1), addV(hi0, hi1));
+    if (NB == 1) {
+        storeSums(sums + x, addV(lo[0], lo[1]), addV(hi[0], hi[1]));
+    } else {
+        for (int n = 0; n < NB; ++n) storeSums(sums + x + n * kBlock, lo[n], hi[n]);
+    }
 }
 
-// Whole blocks, then one block ending at the last voxel (it overlaps the one
-// before and recomputes the same sums), so no read leaves the neighbourhood.
+// Pairs of blocks, a single block, then one block ending at the last voxel
+// (it overlaps the one before and recomputes the same sums), so no read
+// leaves the neighbourhood.
 template <int K>
 void pairRow(const int16_t* const* rows, const int32_t* pairs, int width, int32_t* sums)
 {
     int x = 0;
-    for (; x + kBlock <= width; x += kBlock) pairBlock<K>(rows, pairs, x, sums);
-    if (x < width) pairBlock<K>(rows, pairs, width - kBlock, sums);
+    for (; x + 2 * kBlock <= width; x += 2 * kBlock) pairBlocks<K, 2>(rows, pairs, x, sums);
+    if (x + kBlock <= width) {
+        pairBlocks<K, 1>(rows, pairs, x, sums);
+        x += kBlock;
+    }
+    if (x < width) pairBlocks<K, 1>(rows, pairs, width - kBlock, sums);
 }
 
 }  // namespace
