@@ -9,7 +9,9 @@
 #include <cstdint>
 
 #include "core/status.h"
+#include "volume/checks.h"
 #include "volume/filter.h"
+#include "volume/layout.h"
 
 namespace vekr::filter {
 namespace {
@@ -181,8 +183,8 @@ extern "C" VEKR_API VekStatus vekrFilterGetBufSize(const VekVolumeSize* pDstRoiS
     if (!pDstRoiSize || !pKernelSize) return vekStsNullPtr;
     const VekVolumeSize& roi = *pDstRoiSize;
     const VekVolumeSize& ks = *pKernelSize;
-    if (roi.width < 1 || roi.height < 1 || roi.depth < 1) return vekStsSize;
-    if (ks.width < 1 || ks.height < 1 || ks.depth < 1) return vekStsSize;
+    if (!vekr::volume::validVolumeSize(roi)) return vekStsSize;
+    if (!vekr::volume::validVolumeSize(ks)) return vekStsSize;
     if (nChannel != 1) return vekStsChannelCount;
     *pSize = vekr::filter::bufferSize(roi.width, ks, nChannel);
     return vekStsOk;
@@ -200,11 +202,13 @@ extern "C" VEKR_API VekStatus vekrFilter_16s_C1PV(const int16_t* const pSrc[], i
     if (!pDstRoiSize || !pKernelSize || !anchor) return vekStsNullPtr;
     const VekVolumeSize& roi = *pDstRoiSize;
     const VekVolumeSize& ks = *pKernelSize;
-    if (roi.width <= 0 || roi.height <= 0 || roi.depth <= 0) return vekStsSize;
-    if (ks.width < 1 || ks.height < 1 || ks.depth < 1) return vekStsSize;
+    if (!vekr::volume::validVolumeSize(roi)) return vekStsSize;
+    if (!vekr::volume::validVolumeSize(ks)) return vekStsSize;
     if (divisor == 0) return vekStsSize;
     return vekr::guarded([&] {
-        vekr::filter::run(pSrc, srcStep >> 1, pDst, dstStep >> 1, roi, pKernel, ks, anchor,
+        using vekr::volume::rowStepElements;
+        vekr::filter::run(pSrc, rowStepElements<int16_t>(srcStep), pDst,
+                          rowStepElements<int16_t>(dstStep), roi, pKernel, ks, anchor,
                           divisor, pBuffer, vekr::bestIsa());
         return vekStsOk;
     });
