@@ -50,7 +50,11 @@ struct Corners {
     Planes4 n0, n1, n2;
 };
 
-Corners gatherCorners(const float* vertNormals, const int* triangles, const int t[4], int stride)
+// Inlined by force: called from two places, and out of line the corners
+// would travel through memory.
+#define VEKR_INLINE inline __attribute__((always_inline))
+
+VEKR_INLINE Corners gatherCorners(const float* vertNormals, const int* triangles, const int t[4], int stride)
 {
     const int* r0 = triangles + static_cast<ptrdiff_t>(t[0]) * stride;
     const int* r1 = triangles + static_cast<ptrdiff_t>(t[1]) * stride;
@@ -61,7 +65,7 @@ Corners gatherCorners(const float* vertNormals, const int* triangles, const int 
                    gatherTriples(vertNormals, r0[2], r1[2], r2[2], r3[2])};
 }
 
-Corners broadcastCorners(const float* vertNormals, const int* triangles, int t, int stride)
+VEKR_INLINE Corners broadcastCorners(const float* vertNormals, const int* triangles, int t, int stride)
 {
     const int* r = triangles + static_cast<ptrdiff_t>(t) * stride;
     return Corners{broadcastTriple(vertNormals + 3 * static_cast<ptrdiff_t>(r[0])),
@@ -71,7 +75,7 @@ Corners broadcastCorners(const float* vertNormals, const int* triangles, int t, 
 
 // The blend in the same order of operations as the general path, then the
 // refined reciprocal square root; lanes with s <= epsilon become zero.
-Planes4 blendAndNormalise(const Corners& c, simd::F4 u, simd::F4 v)
+VEKR_INLINE Planes4 blendAndNormalise(const Corners& c, simd::F4 u, simd::F4 v)
 {
     using namespace simd;
     const F4 w = F4(1.0f) - u - v;
