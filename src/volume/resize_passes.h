@@ -109,8 +109,9 @@ inline void blend4(float* out, const float* const p[4], const float* w, int n) n
 // Two consecutive source voxels at p and two at q as floats [p0, p1, q0, q1].
 inline __m128 load2x2AsFloat(const float* p, const float* q) noexcept
 {
-    return _mm_castpd_ps(_mm_loadh_pd(_mm_load_sd(reinterpret_cast<const double*>(p)),
-                                      reinterpret_cast<const double*>(q)));
+    const __m128i a = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+    const __m128i b = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(q));
+    return _mm_castsi128_ps(_mm_unpacklo_epi64(a, b));
 }
 inline __m128 load2x2AsFloat(const uint8_t* p, const uint8_t* q) noexcept
 {
