@@ -1,0 +1,21 @@
+// A progress bar on stderr, drawn only when stderr is a terminal.
+#pragma once
+
+#include <cstdio>
+
+namespace render {
+
+class ProgressBar {
+public:
+    // Draws nothing unless `enabled` and stderr is a terminal.
+    explicit ProgressBar(bool enabled);
+    void update(int done, int total);
+    // Clears the bar's line.
+    void finish();
+
+private:
+    bool on_;
+    int shown_ = -1;
+};
+
+}  // namespace render
