@@ -29,6 +29,8 @@ constexpr float kExitWidening = 1.0e-4f;
 constexpr float kSplitTolNearest = 1.0e-5f;
 constexpr float kSplitTolLayers = 1.9e-4f;
 constexpr float kFloatMax = 3.4028235e38f;
+constexpr float kOwnMinDen = 1.1920929e-6f;  // own-origin rays: |den| below it is skipped
+constexpr float kOwnMargin = 1.0e-5f;        // own-origin rays: a new hit must be this much nearer
 
 // One ray in flight: origin, direction, per-axis reciprocal and sign (the
 // index of the near child at a split on that axis).

@@ -171,6 +171,17 @@ struct Scene {
     }
 };
 
+// The real mesh, loaded and prepared once per test program; null when the
+// data file is not available.
+inline const Scene* bunnyScene()
+{
+    static const Scene* scene = [] {
+        const std::string path = dataFile("bunny00.off");
+        return path.empty() ? static_cast<const Scene*>(nullptr) : new Scene(Scene::median(loadOff(path)));
+    }();
+    return scene;
+}
+
 // The triangle test on one record, written out on its own: returns false for
 // a degenerate record or a point outside; otherwise the numerators.
 struct RefCandidate {
@@ -243,6 +254,49 @@ inline RefHit refNearest(const Scene& s, const float o[3], const float d[3], flo
     }
     if (best.tri >= 0 && std::fabs(best.t - limit) <= 1e-4f * std::fabs(limit) + 1e-6f) best.robust = false;
     return best;
+}
+
+// Every triangle the line o + t d meets or nearly meets (t > 0 or near 0):
+// distance, edge margin (negative outside), the triangle, den.
+struct RefCross {
+    float t;
+    double margin;
+    int tri;
+    float den;
+    bool inside;
+};
+
+inline std::vector<RefCross> refCrossings(const Scene& s, const float o[3], const float d[3])
+{
+    std::vector<RefCross> out;
+    for (int i = 0; i < s.mesh.triangleCount(); ++i) {
+        RefCandidate c;
+        if (s.accel[i].axes == 0) continue;
+        const bool inside = refTriangle(s.accel[i], o, d, c);
+        const double u = double(c.bu) / c.den, v = double(c.bv) / c.den;
+        const double margin = std::min({u, v, 1.0 - u - v});
+        const float t = c.num / c.den;
+        if (!std::isfinite(t) || !(inside || margin > -1e-4)) continue;
+        out.push_back({t, margin, i, c.den, inside});
+    }
+    std::sort(out.begin(), out.end(), [](const RefCross& a, const RefCross& b) { return a.t < b.t; });
+    return out;
+}
+
+// True when some crossing lies within tol (relative to scale) of distance t or
+// grazes an edge (|margin| < 1e-4) in the range [from, to].
+inline bool nearlyAt(const std::vector<RefCross>& cs, float t, float tol)
+{
+    for (const RefCross& c : cs)
+        if (std::fabs(c.t - t) <= tol) return true;
+    return false;
+}
+
+inline bool grazesWithin(const std::vector<RefCross>& cs, float from, float to)
+{
+    for (const RefCross& c : cs)
+        if (c.t >= from && c.t <= to && std::fabs(c.margin) < 1e-4) return true;
+    return false;
 }
 
 }  // namespace vekr::test

@@ -127,9 +127,8 @@ TEST(IntersectEye, FiniteLimitsAndShallowTrees)
 
 TEST(IntersectEye, RealMesh)
 {
-    const std::string path = dataFile("bunny00.off");
-    if (path.empty()) GTEST_SKIP() << "bunny00.off not available";
-    const Scene s = Scene::median(loadOff(path));
+    if (!bunnyScene()) GTEST_SKIP() << "bunny00.off not available";
+    const Scene& s = *bunnyScene();
     const float eye[3] = {0.5f * (s.box.minX + s.box.maxX), 0.5f * (s.box.minY + s.box.maxY),
                           s.box.maxZ + 2.0f * (s.box.maxZ - s.box.minZ)};
     RayBlock b(12, 8);

@@ -1,0 +1,81 @@
+// Packet path of the nearest hit for rays with their own origins.
+#include "trace/packet_core.h"
+#include "trace/packets.h"
+
+namespace vekr {
+namespace VEKR_ISA_NS {
+
+namespace {
+
+#if defined(__AVX2__)
+using V = simd::F8;
+#else
+using V = simd::F4;
+#endif
+using L = trace::Lanes<V>;
+
+struct OwnNearestLanes {
+    V dist, u, v, tri;  // tri is also the last accepted triangle
+    V skip(int n, V mask) const { return simd::andnot(L::eqInt(tri, trace::intLanes<V>(n)), mask); }
+    V hit(int n, V mask, V inside, V den, V num, V bu, V bv)
+    {
+        const V r = simd::rcpNewton(den);
+        const V t = num * r;
+        const V take = inside & (simd::abs(den) >= V(trace::kOwnMinDen)) &
+                       (dist - V(trace::kOwnMargin) > t) & (t > V(0.0f));
+        dist = simd::select(take, t, dist);
+        u = simd::select(take, bu * r, u);
+        v = simd::select(take, bv * r, v);
+        tri = simd::select(take, trace::intLanes<V>(n), tri);
+        return mask;
+    }
+    V limit() const { return dist; }
+};
+
+}  // namespace
+
+void intersectOwnPackets(const float* const origins[3], const float* const dirs[3], float* dist,
+                         float* const hits[2], int* tris, const VekrIntersectContext& ctx,
+                         int width, int height)
+{
+    const size_t n = static_cast<size_t>(width) * static_cast<size_t>(height);
+    for (size_t k = 0; k < n; ++k) tris[k] = -1;
+    const VekrBox3D& box = *ctx.pBound;
+    const float lo[3] = {box.minX, box.minY, box.minZ};
+    const float hi[3] = {box.maxX, box.maxY, box.maxZ};
+    const size_t stride = static_cast<size_t>(width);
+    float* triBits = reinterpret_cast<float*>(tris);
+    trace::forEachPacket<V>(
+        width, height, dirs, [&](size_t base) { return L::load(dist + base, stride) > V(0.0f); },
+        [&](const trace::TileGroup<V>& g, V mask, int code) {
+            trace::PacketRay<V> ray;
+            for (int c = 0; c < 3; ++c) {
+                ray.o[c] = L::load(origins[c] + g.base, stride);
+                ray.d[c] = g.d[c];
+            }
+            ray.code = code;
+            trace::packetReciprocals(ray);
+            const V limit = L::load(dist + g.base, stride);
+            V tNear(0.0f), tFar = limit;
+            for (int c = 0; c < 3; ++c) {
+                const V t0 = (V(lo[c]) - ray.o[c]) * ray.rcp[c];
+                const V t1 = (V(hi[c]) - ray.o[c]) * ray.rcp[c];
+                tNear = simd::max(simd::min(t0, t1), tNear);
+                tFar = simd::min(simd::max(t0, t1), tFar);
+            }
+            mask = mask & (tNear < tFar);
+            if (!simd::any(mask)) return;
+            tFar = tFar + V(trace::kExitWidening);
+            OwnNearestLanes p{limit, V(0.0f), V(0.0f), trace::intLanes<V>(-1)};
+            trace::traversePacket(ctx.pRootNode, ctx.pAccel, ray, tNear, tFar, mask, p);
+            const V hit = simd::andnot(L::eqInt(p.tri, trace::intLanes<V>(-1)), L::ones());
+            if (!simd::any(hit)) return;
+            L::blend(dist + g.base, stride, p.dist, hit);
+            L::blend(hits[0] + g.base, stride, p.u, hit);
+            L::blend(hits[1] + g.base, stride, p.v, hit);
+            L::blend(triBits + g.base, stride, p.tri, hit);
+        });
+}
+
+}  // namespace VEKR_ISA_NS
+}  // namespace vekr
