@@ -15,12 +15,12 @@ arithmetic:
 On the unit sphere (1 - z^2)^(m/2) cos(m phi) = Re (x + iy)^m and
 (1 - z^2)^(m/2) sin(m phi) = Im (x + iy)^m, so every basis function is
 
-  Y = c * q(z) * s(x, y)
+  Y(l, +-m) = q(z) * Re or Im (x + iy)^m
 
-with q and s primitive integer polynomials and c a single constant.  The
-constant's radicand stays an exact fraction until the end; only the final
-square root (and pi) are evaluated, with 60 decimal digits, and rounded
-correctly to a double.
+where each coefficient of q is the normalisation sqrt(2) K(l, m) (or K(l, 0))
+times a rational coefficient of the Legendre factor.  The radicand stays an
+exact fraction until the end; only the final square root (and pi) are
+evaluated, with 60 decimal digits, and rounded correctly to a double.
 
 Usage:  gen_sh.py [OUTPUT]          write OUTPUT (default: stdout)
         gen_sh.py --check FILE      exit 1 when FILE differs from the output
@@ -29,7 +29,7 @@ Usage:  gen_sh.py [OUTPUT]          write OUTPUT (default: stdout)
 import sys
 from decimal import Decimal, getcontext
 from fractions import Fraction
-from math import comb, factorial, gcd
+from math import comb, factorial
 
 MAX_BAND = 15
 getcontext().prec = 60
@@ -63,23 +63,6 @@ def sectoral(m, imaginary):
         sign = (-1) ** (j // 2)
         poly[(m - j, j)] = sign * comb(m, j)
     return poly
-
-
-def make_primitive(poly, leading_key):
-    """Splits poly into content * primitive integer polynomial, the
-    primitive one with a positive coefficient at leading_key."""
-    den = 1
-    for c in poly.values():
-        c = Fraction(c)
-        den = den * c.denominator // gcd(den, c.denominator)
-    num = 0
-    for c in poly.values():
-        num = gcd(num, int(Fraction(c) * den))
-    content = Fraction(num, den)
-    if poly[leading_key] < 0:
-        content = -content
-    prim = {k: int(Fraction(c) / content) for k, c in poly.items()}
-    return content, prim
 
 
 # ---- constants ----------------------------------------------------------------
@@ -151,7 +134,8 @@ def xy_power(key):
 
 def emit_terms(lines):
     lines.append("// Shared terms of one direction: powers of the coordinates and the")
-    lines.append("// primitive integer polynomials of Re (x+iy)^m (c) and Im (x+iy)^m (s).")
+    lines.append("// polynomials Re (x+iy)^m (c) and Im (x+iy)^m (s), which equal")
+    lines.append("// sin^m(theta) cos(m phi) and sin^m(theta) sin(m phi) on the unit sphere.")
     lines.append("template <class D>")
     lines.append("struct ShTerms {")
     lines.append("    D x[%d], y[%d], z[%d], c[%d], s[%d];" % ((MAX_BAND + 1,) * 5))
@@ -173,9 +157,7 @@ def emit_terms(lines):
         for v in "xyz":
             lines.append("    t.%s[%d] = t.%s[%d] * t.%s[%d];" % (v, m, v, lo, v, hi))
         for name, imag in (("c", False), ("s", True)):
-            first = (m, 0) if not imag else (m - 1, 1)
-            _, prim = make_primitive(sectoral(m, imag), first)
-            lines.append("    t.%s[%d] = %s;" % (name, m, polynomial_expr(prim, xy_power)))
+            lines.append("    t.%s[%d] = %s;" % (name, m, polynomial_expr(sectoral(m, imag), xy_power)))
     lines.append("}")
     lines.append("")
 
@@ -192,22 +174,27 @@ def emit_band(lines, l):
         return
     stores = {}
     for m in range(l, -1, -1):
-        content_z, prim_z = make_primitive(legendre_factor(l, m), l - m)
+        # q(z) with the normalisation folded into every coefficient.
         radicand = Fraction((2 if m else 1) * (2 * l + 1) * factorial(l - m), factorial(l + m))
-        zexpr = polynomial_expr(prim_z, z_power)
-        if len(prim_z) > 1:
-            lines.append("    const D q%d = %s;" % (m, zexpr))
-            q = ["q%d" % m]
-        else:
-            q = z_power(l - m)
+        q = {p: constant(radicand, c) for p, c in legendre_factor(l, m).items()}
+        terms = []
+        for p in sorted(q, reverse=True):
+            c = q[p]
+            if not terms:
+                terms.append(product(["D(%s)" % literal(c)] + z_power(p)))
+            else:
+                text = product(["D(%s)" % literal(abs(c))] + z_power(p))
+                terms.append(("- " if c < 0 else "+ ") + text)
         if m == 0:
-            stores[0] = product(["D(%s)" % literal(constant(radicand, content_z))] + q)
+            stores[0] = " ".join(terms)
             continue
-        for sign, name, imag in ((1, "c", False), (-1, "s", True)):
-            first = (m, 0) if not imag else (m - 1, 1)
-            content_s, _ = make_primitive(sectoral(m, imag), first)
-            c = constant(radicand, content_z * content_s)
-            stores[sign * m] = product(["D(%s)" % literal(c)] + q + ["t.%s[%d]" % (name, m)])
+        if len(q) == 1 and l - m == 0:
+            factor = ["D(%s)" % literal(q[0])]
+        else:
+            lines.append("    const D q%d = %s;" % (m, " ".join(terms)))
+            factor = ["q%d" % m]
+        stores[m] = product(factor + ["t.c[%d]" % m])
+        stores[-m] = product(factor + ["t.s[%d]" % m])
     for m in range(-l, l + 1):
         lines.append("    out(base + %d, %s);" % (l + m, stores[m]))
     lines.append("}")
@@ -220,8 +207,9 @@ def generate():
         "// spherical harmonics; do not edit.  Regenerate with",
         "//     python3 src/sh/gen_sh.py src/sh/sh_closed_forms.inc",
         "//",
-        "// Y(l, m) = constant * q(z) * s(x, y) with integer polynomials q and s,",
-        "// evaluated in the arithmetic of D (double, or several doubles at once).",
+        "// Y(l, +-m) = q(z) * Re or Im (x+iy)^m, the normalisation folded into the",
+        "// coefficients of q; evaluated in the arithmetic of D (double, or several",
+        "// doubles at once).",
         "// Out is called as out(index, value) with index = base + l + m.",
         "// No namespace here: the including file decides where this lives.",
         "",

@@ -21,7 +21,7 @@ VekStatus band(Isa isa, const float* pX, const float* pY, const float* pZ, int c
         const int rows = count - i < 4 ? static_cast<int>(count - i) : 4;
         gatherLanes(pX, pY, pZ, i, rows, lx, ly, lz);
         VEKR_ISA_CALL(isa, shBandLanes(lx, ly, lz, l, soa));
-        lanesToRows(soa, n, rows, pDst + i * n, n);
+        lanesToRows(soa, n, rows, pDst + i * n, n, false);
     }
     return vekStsOk;
 }

@@ -19,20 +19,29 @@ void basisLanes(Isa isa, const float* x, const float* y, const float* z, unsigne
         recurrenceLanes(x, y, z, L, state.pTableA, state.pTableB, soa);
 }
 
-void lanesToRows(const float* soa, int n, int rows, float* out, int stride)
+void lanesToRows(const float* soa, int n, int rows, float* out, int stride, bool stream)
 {
     int k = 0;
     if (rows == 4) {
+        // Streaming stores need every row start 16-byte aligned.
+        stream = stream && aligned16(out) && (stride & 3) == 0;
         for (; k + 4 <= n; k += 4) {
             __m128 r0 = _mm_load_ps(soa + 4 * k);
             __m128 r1 = _mm_load_ps(soa + 4 * k + 4);
             __m128 r2 = _mm_load_ps(soa + 4 * k + 8);
             __m128 r3 = _mm_load_ps(soa + 4 * k + 12);
             _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
-            _mm_storeu_ps(out + k, r0);
-            _mm_storeu_ps(out + stride + k, r1);
-            _mm_storeu_ps(out + 2 * stride + k, r2);
-            _mm_storeu_ps(out + 3 * stride + k, r3);
+            if (stream) {
+                _mm_stream_ps(out + k, r0);
+                _mm_stream_ps(out + stride + k, r1);
+                _mm_stream_ps(out + 2 * stride + k, r2);
+                _mm_stream_ps(out + 3 * stride + k, r3);
+            } else {
+                _mm_storeu_ps(out + k, r0);
+                _mm_storeu_ps(out + stride + k, r1);
+                _mm_storeu_ps(out + 2 * stride + k, r2);
+                _mm_storeu_ps(out + 3 * stride + k, r3);
+            }
         }
     }
     for (int j = 0; j < rows; ++j)
@@ -40,6 +49,8 @@ void lanesToRows(const float* soa, int n, int rows, float* out, int stride)
 }
 
 namespace {
+
+constexpr int64_t kStreamBytes = int64_t(8) << 20;
 
 VekStatus evaluate(Isa isa, const float* pX, const float* pY, const float* pZ, uint32_t count,
                    float* pDst, uint32_t L, const VekrSHState& state)
@@ -50,12 +61,15 @@ VekStatus evaluate(Isa isa, const float* pX, const float* pY, const float* pZ, u
     const int n = static_cast<int>((L + 1) * (L + 1));
     alignas(16) float soa[4 * kMaxCoeffs];
     alignas(16) float lx[4], ly[4], lz[4];
+    // An output far larger than the caches is written around them.
+    const bool stream = int64_t(total) * n * 4 >= kStreamBytes;
     for (int64_t i = 0; i < total; i += 4) {
         const int rows = total - i < 4 ? static_cast<int>(total - i) : 4;
         gatherLanes(pX, pY, pZ, i, rows, lx, ly, lz);
         basisLanes(isa, lx, ly, lz, L, state, soa);
-        lanesToRows(soa, n, rows, pDst + i * n, n);
+        lanesToRows(soa, n, rows, pDst + i * n, n, stream);
     }
+    if (stream) _mm_sfence();
     return vekStsOk;
 }
 

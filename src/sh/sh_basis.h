@@ -40,8 +40,9 @@ VekStatus band(Isa isa, const float* pX, const float* pY, const float* pZ, int c
                float* pDst, uint32_t l);
 
 // Copies lanes 0 .. rows-1 (rows <= 4) of n basis functions to rows of
-// out, row j starting at out + j * stride.
-void lanesToRows(const float* soa, int n, int rows, float* out, int stride);
+// out, row j starting at out + j * stride; `stream` asks for stores that
+// bypass the caches where the rows are aligned (the caller fences).
+void lanesToRows(const float* soa, int n, int rows, float* out, int stride, bool stream);
 
 // Copies directions [i, i + rows) of the planes into four lanes; missing
 // lanes repeat the last direction so that they evaluate harmlessly.
