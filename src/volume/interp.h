@@ -73,6 +73,33 @@ inline void cubicWeights(int mode, float t, float w[4]) noexcept
         w[k] = static_cast<float>(cubicKernel(mode, std::fabs(static_cast<double>(x[k]))));
 }
 
+// Sampled cubic kernels of the affine warp and the remap: for a cubic mode
+// (4..7), kCubicTableSize floats holding K(j / 100) for j = 0 .. 200 (so the
+// last sample is K(2) = 0), then zeros.  Built once, read-only, shared by all
+// element types.
+constexpr int kCubicTableSize = 208;
+const float* cubicTable(int mode) noexcept;
+
+// The weight of a tap at distance d (0 <= d <= 2) from a sampled kernel:
+// linear interpolation between the samples 0.01 apart, in float.
+inline float tabulatedWeight(const float* table, float d) noexcept
+{
+    const float u = d * 100.0f;
+    const int j = static_cast<int>(u);
+    return table[j] + (table[j + 1] - table[j]) * (u - static_cast<float>(j));
+}
+
+// The four tabulated weights of the taps i-1, i, i+1, i+2 for the fraction
+// t, with the distances formed as in cubicWeights.
+inline void tabulatedWeights(const float* table, float t, float w[4]) noexcept
+{
+    const float x0 = -1.0f - t;
+    w[0] = tabulatedWeight(table, std::fabs(x0));
+    w[1] = tabulatedWeight(table, std::fabs(x0 + 1.0f));
+    w[2] = tabulatedWeight(table, std::fabs(x0 + 2.0f));
+    w[3] = tabulatedWeight(table, std::fabs(x0 + 3.0f));
+}
+
 // Linear weights of the taps i and i+1: 1 - t and t.
 inline void linearWeights(float t, float w[2]) noexcept
 {
