@@ -1,0 +1,248 @@
+// Remap: every mode and element type against a direct per-voxel reference,
+// identity maps, the float bound test, NaN map values, the checks, the
+// small-source rule and the threaded slab split.
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+
+#include "volumes.h"
+
+namespace {
+
+using vekr::test::Box;
+using vekr::test::Slices;
+
+struct Maps {
+    Slices<float> x, y, z;
+    explicit Maps(VekVolumeSize d) : x(d.width, d.height, d.depth), y(d.width, d.height, d.depth), z(d.width, d.height, d.depth) {}
+    void set(int i, int j, int k, float a, float b, float c)
+    {
+        x.at(i, j, k) = a;
+        y.at(i, j, k) = b;
+        z.at(i, j, k) = c;
+    }
+};
+
+VekStatus remapCall(const Slices<uint8_t>& s, const VekCuboid& sv, const Maps& m, Slices<uint8_t>& d,
+                    VekVolumeSize roi, int mode)
+{
+    auto sz = s.size();
+    return vekrRemap_8u_C1PV(s.cslices(), &sz, s.step(), &sv, m.x.cslices(), m.y.cslices(),
+                             m.z.cslices(), m.x.step(), d.slices(), d.step(), &roi, mode);
+}
+VekStatus remapCall(const Slices<uint16_t>& s, const VekCuboid& sv, const Maps& m,
+                    Slices<uint16_t>& d, VekVolumeSize roi, int mode)
+{
+    auto sz = s.size();
+    return vekrRemap_16u_C1PV(s.cslices(), &sz, s.step(), &sv, m.x.cslices(), m.y.cslices(),
+                              m.z.cslices(), m.x.step(), d.slices(), d.step(), &roi, mode);
+}
+VekStatus remapCall(const Slices<float>& s, const VekCuboid& sv, const Maps& m, Slices<float>& d,
+                    VekVolumeSize roi, int mode)
+{
+    auto sz = s.size();
+    return vekrRemap_32f_C1PV(s.cslices(), &sz, s.step(), &sv, m.x.cslices(), m.y.cslices(),
+                              m.z.cslices(), m.x.step(), d.slices(), d.step(), &roi, mode);
+}
+
+template <class T>
+void remapReference(const Slices<T>& src, const VekCuboid& sv, const Maps& m, Slices<T>& dst,
+                    VekVolumeSize roi, int mode)
+{
+    const Box b = vekr::test::boxOf(src.size(), sv);
+    for (int k = 0; k < roi.depth; ++k)
+        for (int j = 0; j < roi.height; ++j)
+            for (int i = 0; i < roi.width; ++i) {
+                const float c[3] = {m.x.at(i, j, k), m.y.at(i, j, k), m.z.at(i, j, k)};
+                bool inside = true;
+                for (int a = 0; a < 3; ++a)
+                    inside = inside && c[a] >= static_cast<float>(b.lo[a]) && c[a] <= static_cast<float>(b.hi[a]);
+                if (!inside) continue;
+                const double s[3] = {c[0], c[1], c[2]};
+                dst.at(i, j, k) = vekr::test::convertResult<T>(vekr::test::sampleReference(src, b, mode, s, 1));
+            }
+}
+
+// Smooth random maps over the source, with some voxels outside and some NaN.
+Maps smoothMaps(std::mt19937& rng, VekVolumeSize d, VekVolumeSize s)
+{
+    Maps m(d);
+    std::uniform_real_distribution<float> ph(0, 6.28f);
+    const float p[3] = {ph(rng), ph(rng), ph(rng)};
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    std::uniform_int_distribution<int> pick(0, 60);
+    for (int k = 0; k < d.depth; ++k)
+        for (int j = 0; j < d.height; ++j)
+            for (int i = 0; i < d.width; ++i) {
+                float a = (s.width - 1) * (i + 0.5f) / d.width + 2.5f * std::sin(0.3f * j + p[0]);
+                float b = (s.height - 1) * (j + 0.5f) / d.height + 2.0f * std::sin(0.2f * k + p[1]);
+                float c = (s.depth - 1) * (k + 0.5f) / d.depth + 1.5f * std::sin(0.25f * i + p[2]);
+                const int r = pick(rng);
+                if (r == 0) a = nan;
+                if (r == 1) c = nan;
+                if (r == 2) b = -3.0f;
+                m.set(i, j, k, a, b, c);
+            }
+    return m;
+}
+
+template <class T>
+void checkAllModes(std::mt19937& rng)
+{
+    Slices<T> src(19, 17, 15);
+    src.fill([&] { return vekr::test::randomValue<T>(rng); });
+    const VekVolumeSize roi{18, 17, 16};
+    for (const VekCuboid& sv : {VekCuboid{0, 0, 0, 19, 17, 15}, VekCuboid{2, 1, 3, 12, 40, 9}}) {
+        const Maps m = smoothMaps(rng, roi, src.size());
+        for (int mode : {1, 2, 4, 5, 6, 7}) {
+            Slices<T> got(18, 17, 16), want(18, 17, 16);
+            got.fill([] { return T(3); });
+            want.fill([] { return T(3); });
+            ASSERT_EQ(remapCall(src, sv, m, got, roi, mode), vekStsOk);
+            remapReference(src, sv, m, want, roi, mode);
+            EXPECT_TRUE(got == want) << "mode " << mode << " size " << sizeof(T);
+        }
+    }
+}
+
+TEST(Remap, MatchesPerVoxelReferenceForEveryModeAndType)
+{
+    std::mt19937 rng(31);
+    checkAllModes<uint8_t>(rng);
+    checkAllModes<uint16_t>(rng);
+    checkAllModes<float>(rng);
+}
+
+TEST(Remap, IdentityMapsCopyTheBlock)
+{
+    std::mt19937 rng(32);
+    Slices<uint16_t> src(10, 9, 8);
+    src.fill([&] { return vekr::test::randomValue<uint16_t>(rng); });
+    const VekVolumeSize roi{10, 9, 8};
+    Maps m(roi);
+    for (int k = 0; k < 8; ++k)
+        for (int j = 0; j < 9; ++j)
+            for (int i = 0; i < 10; ++i) m.set(i, j, k, float(i), float(j), float(k));
+    for (int mode : {1, 2, 4, 6}) {
+        Slices<uint16_t> dst(10, 9, 8);
+        ASSERT_EQ(remapCall(src, VekCuboid{0, 0, 0, 10, 9, 8}, m, dst, roi, mode), vekStsOk);
+        for (int k = 0; k < 8; ++k)
+            for (int j = 0; j < 9; ++j)
+                for (int i = 0; i < 10; ++i)
+                    ASSERT_EQ(dst.at(i, j, k), src.at(i, j, k)) << "mode " << mode;
+    }
+}
+
+TEST(Remap, BoundsInFloatTiesToEvenAndNaN)
+{
+    Slices<float> src(8, 4, 4);
+    for (int z = 0; z < 4; ++z)
+        for (int y = 0; y < 4; ++y)
+            for (int x = 0; x < 8; ++x) src.at(x, y, z) = float(x);
+    const VekCuboid sv{0, 0, 0, 8, 4, 4};
+    const VekVolumeSize roi{6, 1, 1};
+    Maps m(roi);
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    m.set(0, 0, 0, -0.0001f, 1, 1);  // below lo: skipped
+    m.set(1, 0, 0, 0.0f, 1, 1);      // on lo: computed
+    m.set(2, 0, 0, 2.5f, 1, 1);      // nearest: column 2
+    m.set(3, 0, 0, 3.5f, 1, 1);      // nearest: column 4
+    m.set(4, 0, 0, nan, 1, 1);       // NaN: skipped
+    m.set(5, 0, 0, 7.0f, 3, 3);      // on hi: computed
+    Slices<float> dst(6, 1, 1);
+    dst.fill([] { return -9.0f; });
+    ASSERT_EQ(remapCall(src, sv, m, dst, roi, 1), vekStsOk);
+    EXPECT_EQ(dst.at(0, 0, 0), -9.0f);
+    EXPECT_EQ(dst.at(1, 0, 0), 0.0f);
+    EXPECT_EQ(dst.at(2, 0, 0), 2.0f);
+    EXPECT_EQ(dst.at(3, 0, 0), 4.0f);
+    EXPECT_EQ(dst.at(4, 0, 0), -9.0f);
+    EXPECT_EQ(dst.at(5, 0, 0), 7.0f);
+    // NaN on other axes and in other modes is skipped as well.
+    for (int mode : {2, 4, 7}) {
+        Maps n(roi);
+        for (int i = 0; i < 6; ++i) n.set(i, 0, 0, 1.5f, i == 1 ? nan : 1.5f, i == 2 ? nan : 1.5f);
+        n.set(0, 0, 0, nan, 1.5f, 1.5f);
+        dst.fill([] { return -9.0f; });
+        ASSERT_EQ(remapCall(src, sv, n, dst, roi, mode), vekStsOk);
+        for (int i = 0; i < 3; ++i) EXPECT_EQ(dst.at(i, 0, 0), -9.0f) << mode;
+        EXPECT_NE(dst.at(3, 0, 0), -9.0f);
+    }
+}
+
+TEST(Remap, ChecksInOrder)
+{
+    Slices<uint8_t> src(8, 8, 8), dst(8, 8, 8);
+    dst.fill([] { return uint8_t{5}; });
+    const VekVolumeSize vs = src.size(), roi{8, 8, 8};
+    Maps m(roi);
+    const VekCuboid sv{0, 0, 0, 8, 8, 8};
+    auto call = [&](const uint8_t* const* s, const float* const* mx, const float* const* my,
+                    const float* const* mz, uint8_t* const* d, VekVolumeSize v, VekCuboid a,
+                    VekVolumeSize r, int mode) {
+        return vekrRemap_8u_C1PV(s, &v, src.step(), &a, mx, my, mz, m.x.step(), d, dst.step(), &r, mode);
+    };
+    const float* const* mx = m.x.cslices();
+    const float* const* my = m.y.cslices();
+    const float* const* mz = m.z.cslices();
+    const VekVolumeSize bad{8, 8, 0};
+    EXPECT_EQ(call(nullptr, mx, my, mz, dst.slices(), bad, sv, bad, 3), vekStsNullPtr);
+    EXPECT_EQ(call(src.cslices(), mx, my, mz, nullptr, bad, sv, bad, 3), vekStsNullPtr);
+    EXPECT_EQ(call(src.cslices(), nullptr, my, mz, dst.slices(), bad, sv, bad, 3), vekStsNullPtr);
+    EXPECT_EQ(call(src.cslices(), mx, nullptr, mz, dst.slices(), bad, sv, bad, 3), vekStsNullPtr);
+    EXPECT_EQ(call(src.cslices(), mx, my, nullptr, dst.slices(), bad, sv, bad, 3), vekStsNullPtr);
+    EXPECT_EQ(call(src.cslices(), mx, my, mz, dst.slices(), bad, sv, roi, 3), vekStsSize);
+    EXPECT_EQ(call(src.cslices(), mx, my, mz, dst.slices(), vs, VekCuboid{0, 0, 0, 8, -1, 8}, roi, 3), vekStsSize);
+    EXPECT_EQ(call(src.cslices(), mx, my, mz, dst.slices(), vs, sv, bad, 3), vekStsSize);
+    EXPECT_EQ(call(src.cslices(), mx, my, mz, dst.slices(), vs, VekCuboid{9, 0, 0, 8, 8, 8}, roi, 3),
+              vekStsInterpolation);
+    EXPECT_EQ(call(src.cslices(), mx, my, mz, dst.slices(), vs, VekCuboid{9, 0, 0, 8, 8, 8}, roi, 1),
+              vekStsVoiOutside);
+    for (int z = 0; z < 8; ++z)
+        for (int y = 0; y < 8; ++y)
+            for (int x = 0; x < 8; ++x) ASSERT_EQ(dst.at(x, y, z), 5) << "a refused call wrote";
+}
+
+TEST(Remap, SmallSourceDowngradesTheMode)
+{
+    std::mt19937 rng(33);
+    for (VekVolumeSize v : {VekVolumeSize{9, 3, 9}, VekVolumeSize{9, 9, 1}}) {
+        Slices<float> src(v.width, v.height, v.depth);
+        src.fill([&] { return vekr::test::randomValue<float>(rng); });
+        const VekCuboid sv{0, 0, 0, v.width, v.height, v.depth};
+        const VekVolumeSize roi{9, 9, 9};
+        const Maps m = smoothMaps(rng, roi, v);
+        const int expected = (v.width < 2 || v.height < 2 || v.depth < 2) ? 1 : 2;
+        for (int mode : {4, 6, 2}) {
+            Slices<float> got(9, 9, 9), want(9, 9, 9);
+            ASSERT_EQ(remapCall(src, sv, m, got, roi, mode), vekStsOk);
+            ASSERT_EQ(remapCall(src, sv, m, want, roi, mode == 2 && expected == 2 ? 2 : expected), vekStsOk);
+            EXPECT_TRUE(got == want) << "mode " << mode;
+        }
+    }
+}
+
+TEST(Remap, ThreadedSlabsEqualTheSerialRun)
+{
+    std::mt19937 rng(34);
+    Slices<uint8_t> src(20, 20, 20);
+    src.fill([&] { return vekr::test::randomValue<uint8_t>(rng); });
+    const VekCuboid sv{0, 0, 0, 20, 20, 20};
+    const VekVolumeSize roi{17, 16, 21};
+    const Maps m = smoothMaps(rng, roi, src.size());
+    const int saved = omp_get_max_threads();
+    for (int mode : {1, 2, 5}) {
+        Slices<uint8_t> one(17, 16, 21), two(17, 16, 21);
+        omp_set_num_threads(1);
+        ASSERT_EQ(remapCall(src, sv, m, one, roi, mode), vekStsOk);
+        omp_set_num_threads(2);
+        ASSERT_EQ(remapCall(src, sv, m, two, roi, mode), vekStsOk);
+        EXPECT_TRUE(one == two) << "mode " << mode;
+    }
+    omp_set_num_threads(saved);
+}
+
+}  // namespace

@@ -1,0 +1,311 @@
+// Affine warp: every mode and element type against a direct per-voxel
+// reference, identity copies, the coefficient checks, the small-source mode
+// rule, inclusive bounds, rounding ties and the threaded slab split.
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <cmath>
+#include <random>
+
+#include "volume/warp.h"
+#include "volumes.h"
+
+namespace {
+
+using vekr::test::Box;
+using vekr::test::Slices;
+
+VekStatus warp(const Slices<uint8_t>& s, const VekCuboid& sv, Slices<uint8_t>& d, const VekCuboid& dv,
+               const double c[3][4], int mode)
+{
+    auto sz = s.size();
+    return vekrWarpAffine_8u_C1PV(s.cslices(), &sz, s.step(), &sv, d.slices(), d.step(), &dv, c, mode);
+}
+VekStatus warp(const Slices<uint16_t>& s, const VekCuboid& sv, Slices<uint16_t>& d,
+               const VekCuboid& dv, const double c[3][4], int mode)
+{
+    auto sz = s.size();
+    return vekrWarpAffine_16u_C1PV(s.cslices(), &sz, s.step(), &sv, d.slices(), d.step(), &dv, c, mode);
+}
+VekStatus warp(const Slices<float>& s, const VekCuboid& sv, Slices<float>& d, const VekCuboid& dv,
+               const double c[3][4], int mode)
+{
+    auto sz = s.size();
+    return vekrWarpAffine_32f_C1PV(s.cslices(), &sz, s.step(), &sv, d.slices(), d.step(), &dv, c, mode);
+}
+
+// Walks the destination box exactly as stated: the point formed at the start
+// of each slice, plus the second column per row and the first per voxel.
+template <class T>
+void warpReference(const Slices<T>& src, const VekCuboid& sv, Slices<T>& dst, const VekCuboid& dv,
+                   const double c[3][4], int mode)
+{
+    const vekr::volume::AffineInverse inv = vekr::volume::invertAffine(c);
+    const double* m = inv.m;
+    const Box b = vekr::test::boxOf(src.size(), sv);
+    for (int z = dv.z; z < dv.z + dv.depth; ++z) {
+        double row[3];
+        for (int a = 0; a < 3; ++a)
+            row[a] = m[4 * a] * dv.x + m[4 * a + 1] * dv.y + m[4 * a + 2] * z + m[4 * a + 3];
+        for (int y = dv.y; y < dv.y + dv.height; ++y) {
+            double s[3] = {row[0], row[1], row[2]};
+            for (int x = dv.x; x < dv.x + dv.width; ++x) {
+                bool inside = true;
+                for (int a = 0; a < 3; ++a) inside = inside && s[a] >= b.lo[a] && s[a] <= b.hi[a];
+                if (inside)
+                    dst.at(x, y, z) = vekr::test::convertResult<T>(
+                        vekr::test::sampleReference(src, b, mode, s, 0));
+                for (int a = 0; a < 3; ++a) s[a] += m[4 * a];
+            }
+            for (int a = 0; a < 3; ++a) row[a] += m[4 * a + 1];
+        }
+    }
+}
+
+// Rotation about z, a shear and a translation (forward, source to destination).
+void rotationShear(double angle, double shear, const double t[3], double c[3][4])
+{
+    const double co = std::cos(angle), si = std::sin(angle);
+    const double r[3][4] = {{co, -si, shear, t[0]}, {si, co, 0.1, t[1]}, {-0.05, shear, 1.02, t[2]}};
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 4; ++j) c[i][j] = r[i][j];
+}
+
+template <class T>
+void checkAllModes(std::mt19937& rng)
+{
+    Slices<T> src(21, 19, 17);
+    src.fill([&] { return vekr::test::randomValue<T>(rng); });
+    const VekCuboid sv{1, 2, 0, 19, 30, 16};  // cut back to the volume along y
+    const VekCuboid dv{2, 1, 1, 18, 17, 16};
+    for (int mode : {1, 2, 4, 5, 6, 7}) {
+        for (int trial = 0; trial < 2; ++trial) {
+            double c[3][4];
+            const double t[3] = {std::uniform_real_distribution<double>(-3, 3)(rng),
+                                 std::uniform_real_distribution<double>(-3, 3)(rng), 0.7};
+            rotationShear(std::uniform_real_distribution<double>(-0.6, 0.6)(rng), 0.15 * trial, t, c);
+            Slices<T> got(22, 20, 18), want(22, 20, 18);
+            got.fill([] { return T(7); });
+            want.fill([] { return T(7); });
+            ASSERT_EQ(warp(src, sv, got, dv, c, mode), vekStsOk);
+            warpReference(src, sv, want, dv, c, mode);
+            EXPECT_TRUE(got == want) << "mode " << mode << " trial " << trial << " size " << sizeof(T);
+        }
+    }
+}
+
+TEST(WarpAffine, MatchesPerVoxelReferenceForEveryModeAndType)
+{
+    std::mt19937 rng(21);
+    checkAllModes<uint8_t>(rng);
+    checkAllModes<uint16_t>(rng);
+    checkAllModes<float>(rng);
+}
+
+TEST(WarpAffine, IdentityCopiesTheRegionAndLeavesTheRest)
+{
+    std::mt19937 rng(22);
+    Slices<float> src(12, 11, 10);
+    src.fill([&] { return vekr::test::randomValue<float>(rng); });
+    const VekCuboid sv{2, 3, 1, 8, 6, 7};
+    const VekCuboid dv{0, 0, 0, 12, 11, 10};
+    const double id[3][4] = {{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}};
+    // The interpolating modes reproduce the samples; the smoothing cubics
+    // (5 and 7) blend neighbours even at integer positions and are checked
+    // against the reference above.
+    for (int mode : {1, 2, 4, 6}) {
+        Slices<float> dst(12, 11, 10);
+        dst.fill([] { return -1.0f; });
+        ASSERT_EQ(warp(src, sv, dst, dv, id, mode), vekStsOk);
+        for (int z = 0; z < 10; ++z)
+            for (int y = 0; y < 11; ++y)
+                for (int x = 0; x < 12; ++x) {
+                    const bool in = x >= 2 && x < 10 && y >= 3 && y < 9 && z >= 1 && z < 8;
+                    ASSERT_EQ(dst.at(x, y, z), in ? src.at(x, y, z) : -1.0f)
+                        << "mode " << mode << " at " << x << "," << y << "," << z;
+                }
+    }
+}
+
+TEST(WarpAffine, ChecksInOrder)
+{
+    Slices<uint8_t> src(8, 8, 8), dst(8, 8, 8);
+    dst.fill([] { return uint8_t{9}; });
+    const VekVolumeSize vs = src.size();
+    const VekCuboid sv{0, 0, 0, 8, 8, 8}, dv{0, 0, 0, 8, 8, 8};
+    const double id[3][4] = {{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}};
+    auto call = [&](const uint8_t* const* s, uint8_t* const* d, VekVolumeSize v, VekCuboid a,
+                    VekCuboid b, const double (*c)[4], int mode) {
+        return vekrWarpAffine_8u_C1PV(s, &v, src.step(), &a, d, dst.step(), &b, c, mode);
+    };
+    const VekVolumeSize badV{8, 0, 8};
+    const VekCuboid badVoi{0, 0, -1, 8, 8, 8};
+    const double zeroDiag[3][4] = {{0, 1, 0, 0}, {0, 0, 1, 0}, {1, 0, 0, 0}};
+    EXPECT_EQ(call(nullptr, dst.slices(), badV, badVoi, badVoi, zeroDiag, 3), vekStsNullPtr);
+    EXPECT_EQ(call(src.cslices(), nullptr, badV, badVoi, badVoi, zeroDiag, 3), vekStsNullPtr);
+    EXPECT_EQ(call(src.cslices(), dst.slices(), badV, sv, dv, zeroDiag, 3), vekStsSize);
+    for (VekCuboid bad : {VekCuboid{-1, 0, 0, 8, 8, 8}, VekCuboid{0, 0, 0, 0, 8, 8},
+                          VekCuboid{0, -1, 0, 8, 8, 8}, VekCuboid{0, 0, 0, 8, 0, 8},
+                          VekCuboid{0, 0, -1, 8, 8, 8}, VekCuboid{0, 0, 0, 8, 8, 0}}) {
+        EXPECT_EQ(call(src.cslices(), dst.slices(), vs, bad, dv, zeroDiag, 3), vekStsSize);
+        EXPECT_EQ(call(src.cslices(), dst.slices(), vs, sv, bad, zeroDiag, 3), vekStsSize);
+    }
+    // An invertible permutation with an all-zero diagonal is refused.
+    EXPECT_EQ(call(src.cslices(), dst.slices(), vs, sv, dv, zeroDiag, 3), vekStsAffineCoeff);
+    // Equal y and z rows are refused; so are y and z rows parallel to 1e-10.
+    const double equalYZ[3][4] = {{1, 0, 0, 0}, {0.5, 2, 3, 0}, {0.5, 2, 3, 1}};
+    EXPECT_EQ(call(src.cslices(), dst.slices(), vs, sv, dv, equalYZ, 3), vekStsAffineCoeff);
+    const double scaledYZ[3][4] = {{1, 0, 0, 0}, {1, 2, 3, 0}, {2, 4, 6 * (1 + 1e-12), 5}};
+    EXPECT_EQ(call(src.cslices(), dst.slices(), vs, sv, dv, scaledYZ, 1), vekStsAffineCoeff);
+    // The mode comes after the coefficients, the origin warning after the mode.
+    EXPECT_EQ(call(src.cslices(), dst.slices(), vs, sv, dv, id, 3), vekStsInterpolation);
+    EXPECT_EQ(call(src.cslices(), dst.slices(), vs, sv, dv, id, 0), vekStsInterpolation);
+    EXPECT_EQ(call(src.cslices(), dst.slices(), vs, sv, dv, id, 8), vekStsInterpolation);
+    const VekCuboid outside{0, 8, 0, 4, 4, 4};
+    EXPECT_EQ(call(src.cslices(), dst.slices(), vs, outside, dv, id, 2), vekStsVoiOutside);
+    // The partial test lets singular matrices through: a zero x row (y and z
+    // rows independent) and a tiny determinant both return success silently.
+    const double zeroX[3][4] = {{0, 0, 0, 1}, {0, 1, 0, 0}, {0, 0, 1, 0}};
+    EXPECT_EQ(call(src.cslices(), dst.slices(), vs, sv, dv, zeroX, 1), vekStsOk);
+    const double tinyDet[3][4] = {{1e-11, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}};
+    EXPECT_EQ(call(src.cslices(), dst.slices(), vs, sv, dv, tinyDet, 1), vekStsOk);
+    for (int z = 0; z < 8; ++z)
+        for (int y = 0; y < 8; ++y)
+            for (int x = 0; x < 8; ++x) ASSERT_EQ(dst.at(x, y, z), 9) << "a refused call wrote";
+    // The buffer query yields 0 for a valid call.
+    int size = -1;
+    EXPECT_EQ(vekrWarpAffineGetBufSize(&sv, &dv, 1, 4, &size), vekStsOk);
+    EXPECT_EQ(size, 0);
+}
+
+TEST(WarpAffine, DegenerateTestsAreTheStatedOnes)
+{
+    using vekr::volume::degenerateAffine;
+    const double diagTiny[3][4] = {{1e-101, 1, 0, 0}, {1, -1e-101, 0, 0}, {0, 1, 0, 0}};
+    EXPECT_TRUE(degenerateAffine(diagTiny));
+    const double oneDiag[3][4] = {{1e-99, 1, 0, 0}, {1, 0, 0, 0}, {0, 1, 0, 1}};
+    EXPECT_FALSE(degenerateAffine(oneDiag));  // only the diagonal is small
+    // First minor vanishes but the second does not: passes.
+    const double firstOnly[3][4] = {{1, 0, 0, 0}, {1, 2, 4, 0}, {3, 1, 2, 0}};
+    EXPECT_FALSE(degenerateAffine(firstOnly));
+    // The magnitude floor: a = 0 uses |b| alone.
+    const double floorCase[3][4] = {{1, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 1, 0}};
+    EXPECT_TRUE(degenerateAffine(floorCase));
+}
+
+TEST(WarpAffine, InverseByAdjugate)
+{
+    const double c[3][4] = {{0.9, -0.3, 0.2, 4}, {0.35, 1.1, -0.1, -2}, {0.05, 0.2, 0.95, 1.5}};
+    const vekr::volume::AffineInverse inv = vekr::volume::invertAffine(c);
+    // inverse(forward(p)) = p for a few points.
+    const double pts[3][3] = {{0, 0, 0}, {1, 2, 3}, {-5, 7, 11}};
+    for (const auto& p : pts) {
+        double q[3], r[3];
+        for (int i = 0; i < 3; ++i) q[i] = c[i][0] * p[0] + c[i][1] * p[1] + c[i][2] * p[2] + c[i][3];
+        for (int i = 0; i < 3; ++i)
+            r[i] = inv.m[4 * i] * q[0] + inv.m[4 * i + 1] * q[1] + inv.m[4 * i + 2] * q[2] + inv.m[4 * i + 3];
+        for (int i = 0; i < 3; ++i) EXPECT_NEAR(r[i], p[i], 1e-12);
+    }
+}
+
+TEST(WarpAffine, SmallSourceDowngradesTheMode)
+{
+    std::mt19937 rng(23);
+    for (VekVolumeSize v : {VekVolumeSize{3, 9, 9}, VekVolumeSize{1, 9, 9}, VekVolumeSize{9, 9, 2}}) {
+        Slices<float> src(v.width, v.height, v.depth);
+        src.fill([&] { return vekr::test::randomValue<float>(rng); });
+        const VekCuboid sv{0, 0, 0, v.width, v.height, v.depth};
+        const VekCuboid dv{0, 0, 0, 9, 9, 9};
+        double c[3][4] = {{0.8, 0.1, 0, 0.3}, {-0.1, 0.9, 0, 0.2}, {0, 0, 0.9, 0.1}};
+        const int expected = (v.width < 2 || v.height < 2 || v.depth < 2) ? 1 : 2;
+        for (int mode : {4, 5, 6, 7, 2}) {
+            Slices<float> got(9, 9, 9), want(9, 9, 9);
+            ASSERT_EQ(warp(src, sv, got, dv, c, mode), vekStsOk);
+            ASSERT_EQ(warp(src, sv, want, dv, c, expected), vekStsOk);
+            EXPECT_TRUE(got == want) << v.width << "x" << v.height << "x" << v.depth << " mode " << mode;
+        }
+        EXPECT_EQ(vekr::volume::smallSourceMode(v, 4), expected);
+    }
+}
+
+TEST(WarpAffine, InclusiveBoundsAndTiesToEven)
+{
+    Slices<uint8_t> src(8, 4, 4);
+    for (int z = 0; z < 4; ++z)
+        for (int y = 0; y < 4; ++y)
+            for (int x = 0; x < 8; ++x) src.at(x, y, z) = static_cast<uint8_t>(10 * x);
+    const VekCuboid sv{0, 0, 0, 8, 4, 4};
+    // Shift by half a voxel: nearest reads columns rint(x + 0.5), ties to even.
+    {
+        const double c[3][4] = {{1, 0, 0, -0.5}, {0, 1, 0, 0}, {0, 0, 1, 0}};
+        Slices<uint8_t> dst(8, 4, 4);
+        const VekCuboid dv{0, 0, 0, 7, 1, 1};
+        ASSERT_EQ(warp(src, sv, dst, dv, c, 1), vekStsOk);
+        const int cols[7] = {0, 2, 2, 4, 4, 6, 6};
+        for (int x = 0; x < 7; ++x) EXPECT_EQ(dst.at(x, 0, 0), 10 * cols[x]) << x;
+    }
+    // Linear halfway between 250 and 255 -> 252.5 -> 252; between 245 and 250 -> 247.5 -> 248.
+    {
+        Slices<uint8_t> s2(4, 4, 4);
+        s2.fill([] { return uint8_t{0}; });
+        for (int z = 0; z < 4; ++z)
+            for (int y = 0; y < 4; ++y) {
+                s2.at(0, y, z) = 245;
+                s2.at(1, y, z) = 250;
+                s2.at(2, y, z) = 255;
+            }
+        const double c[3][4] = {{1, 0, 0, -0.5}, {0, 1, 0, 0}, {0, 0, 1, 0}};
+        Slices<uint8_t> dst(4, 4, 4);
+        const VekCuboid dv{0, 0, 0, 2, 1, 1};
+        ASSERT_EQ(warp(s2, VekCuboid{0, 0, 0, 4, 4, 4}, dst, dv, c, 2), vekStsOk);
+        EXPECT_EQ(dst.at(0, 0, 0), 248);
+        EXPECT_EQ(dst.at(1, 0, 0), 252);
+    }
+    // A point exactly on hi is computed, one 1e-9 beyond is passed over.
+    for (double beyond : {0.0, 1e-9}) {
+        const double c[3][4] = {{1, 0, 0, -(7 + beyond)}, {0, 1, 0, 0}, {0, 0, 1, 0}};
+        Slices<uint8_t> dst(8, 4, 4);
+        dst.fill([] { return uint8_t{1}; });
+        const VekCuboid dv{0, 0, 0, 1, 1, 1};
+        ASSERT_EQ(warp(src, sv, dst, dv, c, 2), vekStsOk);
+        EXPECT_EQ(dst.at(0, 0, 0), beyond == 0.0 ? 70 : 1);
+    }
+}
+
+TEST(WarpAffine, ThreadedSlabsEqualTheSerialRun)
+{
+    std::mt19937 rng(24);
+    Slices<float> src(30, 28, 26);
+    src.fill([&] { return vekr::test::randomValue<float>(rng); });
+    const VekCuboid sv{0, 0, 0, 30, 28, 26};
+    const VekCuboid dv{1, 0, 2, 24, 20, 19};
+    double c[3][4];
+    const double t[3] = {1.5, -0.5, 0.25};
+    rotationShear(0.3, 0.1, t, c);
+    const int saved = omp_get_max_threads();
+    for (int mode : {1, 2, 4}) {
+        Slices<float> one(28, 24, 24), two(28, 24, 24);
+        omp_set_num_threads(1);
+        ASSERT_EQ(warp(src, sv, one, dv, c, mode), vekStsOk);
+        omp_set_num_threads(3);
+        ASSERT_EQ(warp(src, sv, two, dv, c, mode), vekStsOk);
+        EXPECT_TRUE(one == two) << "mode " << mode;
+    }
+    omp_set_num_threads(saved);
+}
+
+TEST(CubicTables, SamplesOfTheKernels)
+{
+    for (int mode = 4; mode <= 7; ++mode) {
+        const float* t = vekr::volume::cubicTable(mode);
+        for (int j = 201; j < vekr::volume::kCubicTableSize; ++j) EXPECT_EQ(t[j], 0.0f);
+        EXPECT_NEAR(t[200], 0.0f, 1e-7);
+        for (int j = 0; j <= 200; ++j)
+            EXPECT_NEAR(t[j], vekr::volume::cubicKernel(mode, j / 100.0), 1e-7);
+    }
+    EXPECT_EQ(vekr::volume::cubicTable(4)[0], 1.0f);
+    EXPECT_NEAR(vekr::volume::cubicTable(5)[100], 1.0 / 6.0, 1e-7);
+    EXPECT_NEAR(vekr::volume::cubicTable(7)[0], 5.0 / 6.0, 1e-7);
+}
+
+}  // namespace
