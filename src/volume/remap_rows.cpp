@@ -29,6 +29,7 @@ void remapRow(const SliceVolume<const T>& src, const float* mx, const float* my,
 {
     const float lx = job.lo[0], ly = job.lo[1], lz = job.lo[2];
     const float hx = job.hi[0], hy = job.hi[1], hz = job.hi[2];
+    const float* table = isCubicMode(Mode) ? cubicTable(Mode) : nullptr;
     for (int i = 0; i < width; ++i) {
         const float x = mx[i], y = my[i], z = mz[i];
         // Written so that a NaN fails the test and the voxel is skipped.
@@ -46,19 +47,34 @@ void remapRow(const SliceVolume<const T>& src, const float* mx, const float* my,
                 i0[a] = b < 0 ? 0 : b;  // weight 0 there; never read below the volume
                 i1[a] = b + 1;
             }
-            out[i] = warpConvert<T>(
-                linearSample(src, i0[0], i0[1], i0[2], i1[0], i1[1], i1[2], t[0], t[1], t[2]));
+            const float v =
+                i1[0] == i0[0] + 1
+                    ? linearSampleAdjacent(src, i0[0], i0[1], i0[2], i1[1], i1[2], t[0], t[1], t[2])
+                    : linearSample(src, i0[0], i0[1], i0[2], i1[0], i1[1], i1[2], t[0], t[1], t[2]);
+            out[i] = warpConvert<T>(v);
         } else {
-            const float* table = cubicTable(Mode);
             const float c[3] = {x, y, z};
-            int taps[3][4];
-            float w[3][4];
+            int b[3];
+            __m128 w[3];
+            bool interior = true;
             for (int a = 0; a < 3; ++a) {
-                const int b = static_cast<int>(c[a]);
-                for (int k = 0; k < 4; ++k) taps[a][k] = clampTo(b - 1 + k, job.ilo[a], job.ihi[a]);
-                tabulatedWeights(table, c[a] - static_cast<float>(b), w[a]);
+                b[a] = static_cast<int>(c[a]);
+                w[a] = tabulatedWeights4(table, c[a] - static_cast<float>(b[a]));
+                interior = interior && b[a] - 1 >= job.ilo[a] && b[a] + 2 <= job.ihi[a];
             }
-            out[i] = warpConvert<T>(cubicSample(src, taps[0], taps[1], taps[2], w[0], w[1], w[2]));
+            float v;
+            if (interior) {
+                v = cubicSampleInterior(src, b[0] - 1, b[1] - 1, b[2] - 1, w[0], w[1], w[2]);
+            } else {
+                int taps[3][4];
+                float wa[3][4];
+                for (int a = 0; a < 3; ++a) {
+                    for (int k = 0; k < 4; ++k) taps[a][k] = clampTo(b[a] - 1 + k, job.ilo[a], job.ihi[a]);
+                    _mm_storeu_ps(wa[a], w[a]);
+                }
+                v = cubicSample(src, taps[0], taps[1], taps[2], wa[0], wa[1], wa[2]);
+            }
+            out[i] = warpConvert<T>(v);
         }
     }
 }

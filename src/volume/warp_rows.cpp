@@ -63,6 +63,7 @@ void warpRow(const SliceVolume<const T>& src, T* out, int width, const double* s
     const double dx = job.m[0], dy = job.m[4], dz = job.m[8];
     const double lx = job.lo[0], ly = job.lo[1], lz = job.lo[2];
     const double hx = job.hi[0], hy = job.hi[1], hz = job.hi[2];
+    const float* table = isCubicMode(Mode) ? cubicTable(Mode) : nullptr;
     for (int x = 0; x < width; ++x, sx += dx, sy += dy, sz += dz) {
         if (!(lx <= sx && sx <= hx && ly <= sy && sy <= hy && lz <= sz && sz <= hz)) continue;
         if constexpr (Mode == kNearest) {
@@ -71,19 +72,34 @@ void warpRow(const SliceVolume<const T>& src, T* out, int width, const double* s
             const LinearAxis ax = linearAxis(sx, job.bounds.hi[0]);
             const LinearAxis ay = linearAxis(sy, job.bounds.hi[1]);
             const LinearAxis az = linearAxis(sz, job.bounds.hi[2]);
-            out[x] = warpConvert<T>(
-                linearSample(src, ax.i0, ay.i0, az.i0, ax.i1, ay.i1, az.i1, ax.t, ay.t, az.t));
+            const float v =
+                ax.i1 == ax.i0 + 1
+                    ? linearSampleAdjacent(src, ax.i0, ay.i0, az.i0, ay.i1, az.i1, ax.t, ay.t, az.t)
+                    : linearSample(src, ax.i0, ay.i0, az.i0, ax.i1, ay.i1, az.i1, ax.t, ay.t, az.t);
+            out[x] = warpConvert<T>(v);
         } else {
-            const float* table = cubicTable(Mode);
             const double s[3] = {sx, sy, sz};
-            int taps[3][4];
-            float w[3][4];
+            int i[3];
+            __m128 w[3];
+            bool interior = true;
             for (int a = 0; a < 3; ++a) {
-                const int i = static_cast<int>(s[a]);
-                cubicTaps(i, job.bounds.hi[a], taps[a]);
-                tabulatedWeights(table, static_cast<float>(s[a]) - static_cast<float>(i), w[a]);
+                i[a] = static_cast<int>(s[a]);
+                w[a] = tabulatedWeights4(table, static_cast<float>(s[a]) - static_cast<float>(i[a]));
+                interior = interior && i[a] >= 1 && i[a] <= job.bounds.hi[a] - 2;
             }
-            out[x] = warpConvert<T>(cubicSample(src, taps[0], taps[1], taps[2], w[0], w[1], w[2]));
+            float v;
+            if (interior) {
+                v = cubicSampleInterior(src, i[0] - 1, i[1] - 1, i[2] - 1, w[0], w[1], w[2]);
+            } else {
+                int taps[3][4];
+                float wa[3][4];
+                for (int a = 0; a < 3; ++a) {
+                    cubicTaps(i[a], job.bounds.hi[a], taps[a]);
+                    _mm_storeu_ps(wa[a], w[a]);
+                }
+                v = cubicSample(src, taps[0], taps[1], taps[2], wa[0], wa[1], wa[2]);
+            }
+            out[x] = warpConvert<T>(v);
         }
     }
 }
