@@ -12,7 +12,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -26,15 +25,17 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-double medianSeconds(int runs, const std::function<void()>& fn)
+template <class Fn>
+double seconds(Fn&& fn)
 {
-    fn();  // warm-up
-    std::vector<double> t;
-    for (int i = 0; i < runs; ++i) {
-        const auto a = Clock::now();
-        fn();
-        t.push_back(std::chrono::duration<double>(Clock::now() - a).count());
-    }
+    const auto a = Clock::now();
+    fn();
+    return std::chrono::duration<double>(Clock::now() - a).count();
+}
+
+double median(std::vector<double> t)
+{
+    if (t.empty()) return 0;
     std::sort(t.begin(), t.end());
     return t[t.size() / 2];
 }
@@ -75,30 +76,39 @@ int main(int argc, char** argv)
         const auto& m = nm.mesh;
         const double n = m.triangleCount();
         for (int threads : {1, 2}) {
-            setThreads(threads);
             VekrKDTreeBuildParams p{VEKR_KDTREE_SAH_MAGIC, 50, 0.0f, 4000u, nullptr};
             int size = 0;
             VekStatus st = vekStsOk;
-            const double tv = medianSeconds(runs, [&] {
+            auto vekrBuild = [&] {
+                setThreads(threads);
                 VekrKDTreeNode* tree = nullptr;
                 st = vekrKDTreeBuildAlloc(&tree, m.vertices.data(), m.triangles.data(),
                                           m.vertexCount(), m.triangleCount(), &size, &p);
                 vekrKDTreeFree(tree);
-            });
-            if (st != vekStsOk) std::printf("# vekr build failed: %d\n", st);
-            double th = 0, td = 0;
+            };
+            // The three builds take turns, so that a change of load on the
+            // shared machine falls on all of them alike.
+            std::vector<double> tv, th, td;
 #ifdef VEKR_HAVE_EMBREE
-            setThreads(1);
             vekr::bench::EmbreeDevice dev(threads);
             vekr::bench::EmbreeScene scene(dev, m);
-            th = medianSeconds(runs, [&] { scene.build(RTC_BUILD_QUALITY_HIGH); });
-            td = medianSeconds(runs, [&] { scene.build(RTC_BUILD_QUALITY_MEDIUM); });
+            scene.build(RTC_BUILD_QUALITY_HIGH);
 #endif
-            const double rv = n / tv * 1e-6;
-            const double rh = th > 0 ? n / th * 1e-6 : 0, rd = td > 0 ? n / td * 1e-6 : 0;
-            std::printf("%-16s %9.0f %3d %12.3f %12.3f %12.3f %8.2f %8.2f   (vekr %.1f ms, tree %d B)\n",
+            vekrBuild();
+            for (int r = 0; r < runs; ++r) {
+                tv.push_back(seconds(vekrBuild));
+#ifdef VEKR_HAVE_EMBREE
+                th.push_back(seconds([&] { scene.build(RTC_BUILD_QUALITY_HIGH); }));
+                td.push_back(seconds([&] { scene.build(RTC_BUILD_QUALITY_MEDIUM); }));
+#endif
+            }
+            if (st != vekStsOk) std::printf("# vekr build failed: %d\n", st);
+            const double mv = median(tv), mh = median(th), md = median(td);
+            const double rv = n / mv * 1e-6;
+            const double rh = mh > 0 ? n / mh * 1e-6 : 0, rd = md > 0 ? n / md * 1e-6 : 0;
+            std::printf("%-16s %9.0f %3d %12.3f %12.3f %12.3f %8.2f %8.2f   (vekr %.1f ms, embree high %.1f ms, tree %d B)\n",
                         nm.name.c_str(), n, threads, rv, rh, rd, rh > 0 ? rv / rh : 0,
-                        rd > 0 ? rv / rd : 0, tv * 1e3, size);
+                        rd > 0 ? rv / rd : 0, mv * 1e3, mh * 1e3, size);
             std::fflush(stdout);
         }
     }

@@ -17,6 +17,47 @@ namespace {
 inline uint32_t minKey(uint32_t a, uint32_t b) { return a < b ? a : b; }
 inline uint32_t maxKey(uint32_t a, uint32_t b) { return a > b ? a : b; }
 
+// The sweep when no triangle lies in a plane across the axis.  Starts and
+// ends are taken as one stream in key order, an end before a start of the
+// same key.  The counts are exact at the first start and at the last end of
+// every run of equal keys, and every position is one of those; only there is
+// the cost compared.  Both forms of a position give the same counts.
+AxisResult sweepNoFlats(const uint32_t* s, const uint32_t* e, int32_t m, double lo, double hi,
+                        double r, double S) noexcept
+{
+    AxisResult best{std::numeric_limits<double>::infinity(), 0u, 0, 0, 0};
+    double bestCost = std::numeric_limits<double>::infinity();
+    int32_t i = 0, j = 0;
+    uint32_t prevStart = s[0] ^ 1u;  // differs from the first start
+    while (j < m) {
+        const uint32_t sv = i < m ? s[i] : ~0u;
+        const uint32_t ev = e[j];
+        const bool takeEnd = ev <= sv;
+        const uint32_t x = takeEnd ? ev : sv;
+        const int32_t below = i;
+        bool exact;
+        if (takeEnd) {
+            ++j;
+            exact = j == m || e[j] != ev;
+        } else {
+            exact = prevStart != sv;
+            prevStart = sv;
+            ++i;
+        }
+        const int32_t above = m - j;
+        if (exact) {
+            const double xd = keyFloat(x);
+            const double c = below * ((xd - lo) + r) + above * ((hi - xd) + r);
+            if (c < bestCost) {
+                bestCost = c;
+                best = AxisResult{c, x, below, above, 0};
+            }
+        }
+    }
+    best.cost = bestCost * S;
+    return best;
+}
+
 }  // namespace
 
 AxisResult searchAxis(const AxisInput& in) noexcept
@@ -60,6 +101,8 @@ AxisResult searchAxis(const AxisInput& in) noexcept
 
     const uint32_t* s = in.starts;
     const uint32_t* e = in.ends;
+    if (f == 0) return sweepNoFlats(s, e, m, lo, hi, r, S);
+
     const uint32_t* fl = in.flats;
     int32_t i = 0, j = 0, k = 0;
     double bestCost = std::numeric_limits<double>::infinity();

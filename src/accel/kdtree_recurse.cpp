@@ -37,24 +37,46 @@ AxisResult searchOneAxis(const Recursion& rc, int axis, const int32_t* list, int
     const float* bh = rc.boxes.hi[axis];
     const float lo = box.lo[axis], hi = box.hi[axis];
     int32_t m = 0, tail = n;
-    for (int32_t i = 0; i < n; ++i) {
-        const int32_t id = list[i];
-        const float s = clampLo(bl[id], lo), e = clampHi(bh[id], hi);
-        const uint32_t ks = floatKey(s), ke = floatKey(e);
-        if (ks == ke) {
-            starts[--tail] = ks;
-        } else {
-            starts[m] = ks;
-            ends[m] = ke;
-            ++m;
+    if (n > kRadixAbove) {
+        // The radix sort's digit counts are taken while the keys are made.
+        RadixCounts cs, ce;
+        cs.clear();
+        ce.clear();
+        for (int32_t i = 0; i < n; ++i) {
+            const int32_t id = list[i];
+            const uint32_t ks = floatKey(clampLo(bl[id], lo)), ke = floatKey(clampHi(bh[id], hi));
+            if (ks == ke) {
+                starts[--tail] = ks;
+            } else {
+                starts[m] = ks;
+                ends[m] = ke;
+                cs.add(ks);
+                ce.add(ke);
+                ++m;
+            }
         }
+        radixSortCounted(starts, scratch, m, cs);
+        radixSortCounted(ends, scratch, m, ce);
+        radixSortKeys(starts + m, scratch, n - m);
+    } else {
+        for (int32_t i = 0; i < n; ++i) {
+            const int32_t id = list[i];
+            const uint32_t ks = floatKey(clampLo(bl[id], lo)), ke = floatKey(clampHi(bh[id], hi));
+            if (ks == ke) {
+                starts[--tail] = ks;
+            } else {
+                starts[m] = ks;
+                ends[m] = ke;
+                ++m;
+            }
+        }
+        smallSortKeys(starts, m);
+        smallSortKeys(ends, m);
+        smallSortKeys(starts + m, n - m);
     }
-    const int32_t f = n - m;
-    sortKeys(starts, scratch, m, n);
-    sortKeys(ends, scratch, m, n);
-    sortKeys(starts + m, scratch, f, n);
 
     const int o1 = axis == 0 ? 1 : 0, o2 = axis == 2 ? 1 : 2;
+    const int32_t f = n - m;
     AxisInput in{starts, ends, m, starts + m, f, lo, hi,
                  box.hi[o1] - box.lo[o1], box.hi[o2] - box.lo[o2]};
     return searchAxis(in);
@@ -107,11 +129,22 @@ VekStatus splitNode(const Recursion& rc, VekrKDTreeBuildNode& node, const NodeBo
     const double dx = ex[0], dy = ex[1], dz = ex[2];
     const double C = static_cast<double>(n) * (dx * dy + dz * (dx + dy));
 
+    // Every axis cost is at least 0, so the gain is at most C: a node with
+    // n * C <= max(1e-5, q * C) can never split, whatever the search finds.
+    const double qC = static_cast<double>(rc.q) * C;
+    const double minT = static_cast<double>(1e-5f);
+    const double T = qC > minT ? qC : minT;
+    if (!(static_cast<double>(n) * C > T)) return vekStsOk;
+
     int axes[3];
     int taking = 0;
     for (int a = 0; a < 3; ++a)
         if (ex[a] > kMinExtent) axes[taking++] = a;
 
+    if (rc.stats && (taking >= 2 || (taking == 1 && n <= kParallelAbove))) {
+        rc.stats->searchedTriangles += n;
+        if (n > kRadixAbove) rc.stats->radixTriangles += n;
+    }
     AxisResult res[3];
     for (int a = 0; a < 3; ++a) res[a] = AxisResult{C, 0u, 0, 0, 0};
     if (n > kParallelAbove) {
@@ -135,9 +168,6 @@ VekStatus splitNode(const Recursion& rc, VekrKDTreeBuildNode& node, const NodeBo
     else
         best = 2;
 
-    const double qC = static_cast<double>(rc.q) * C;
-    const double minT = static_cast<double>(1e-5f);
-    const double T = qC > minT ? qC : minT;
     const double gain = C - res[best].cost;
     if (!(static_cast<double>(n) * gain > T)) return vekStsOk;
 

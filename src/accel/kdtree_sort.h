@@ -27,12 +27,30 @@ inline float keyFloat(uint32_t k) noexcept
     return f;
 }
 
-// Least-significant-digit radix sort of n keys, 8 bits per pass; a pass in
-// which every key has the same digit is skipped.  scratch holds n keys.  The
-// result ends in keys.
+// Digit counts of a radix sort, 8 bits per digit.
+struct RadixCounts {
+    uint32_t h[4][256];
+    void clear() noexcept { std::memset(h, 0, sizeof h); }
+    void add(uint32_t k) noexcept
+    {
+        ++h[0][k & 0xFF];
+        ++h[1][(k >> 8) & 0xFF];
+        ++h[2][(k >> 16) & 0xFF];
+        ++h[3][k >> 24];
+    }
+};
+
+// Least-significant-digit radix sort of n keys whose digits were counted
+// into c (which it consumes), 8 bits per pass; a pass in which every key has
+// the same digit is skipped.  scratch holds n keys.  The result ends in keys.
+void radixSortCounted(uint32_t* keys, uint32_t* scratch, int32_t n, RadixCounts& c) noexcept;
+
+// The same, counting the digits itself.
 void radixSortKeys(uint32_t* keys, uint32_t* scratch, int32_t n) noexcept;
 
-// In-place sort of the one array.
+// In-place sort of the one array: keys are distributed in place over 256
+// buckets by the eight highest bits in which they differ (cycle leader
+// permutation), then each bucket is finished by insertion or introsort.
 void smallSortKeys(uint32_t* keys, int32_t n) noexcept;
 
 // The sort a node of nodeCount triangles uses for one of its arrays.
