@@ -133,7 +133,9 @@ TEST(KDTreeBuild, RegionCutKeepsOnlyTheInside)
             const double hi = std::max({v[0][a], v[1][a], v[2][a]});
             outside = outside || hi < rl[a] || lo > rh[a];
         }
-        if (outside) EXPECT_FALSE(seen[t]) << t;
+        if (outside) {
+            EXPECT_FALSE(seen[t]) << t;
+        }
     }
     // An empty region leaves an empty root leaf.
     const VekrBox3D none{1.0f, 1.0f, 1.0f, -1.0f, -1.0f, -1.0f};
