@@ -116,6 +116,36 @@ inline float linearSampleAdjacent(const SliceVolume<const T>& src, int ix, int i
     return b0 * (1.0f - tz) + b1 * tz;
 }
 
+// linearSample for four voxels, lanes = voxels: taps ix..ix+1, iy..iy+1,
+// iz..iz+1 of each lane (all indices >= 0), fractions as vectors.  Each
+// lane's arithmetic is that of linearSample.
+template <class T>
+inline __m128 linearSample4Lanes(const SliceVolume<const T>& src, const int32_t ix[4],
+                                 const int32_t iy[4], const int32_t iz[4], __m128 tx, __m128 ty,
+                                 __m128 tz) noexcept
+{
+    const std::ptrdiff_t step = src.rowStep;
+    __m128 p[4], q[4];
+    for (int l = 0; l < 4; ++l) {
+        const T* z0 = src.slices[iz[l]] + iy[l] * step + ix[l];
+        const T* z1 = src.slices[iz[l] + 1] + iy[l] * step + ix[l];
+        p[l] = loadPairs(z0, z0 + step);
+        q[l] = loadPairs(z1, z1 + step);
+    }
+    _MM_TRANSPOSE4_PS(p[0], p[1], p[2], p[3]);
+    _MM_TRANSPOSE4_PS(q[0], q[1], q[2], q[3]);
+    const __m128 one = _mm_set1_ps(1.0f);
+    const __m128 ux = _mm_sub_ps(one, tx), uy = _mm_sub_ps(one, ty), uz = _mm_sub_ps(one, tz);
+    auto blend = [](__m128 a, __m128 u, __m128 b, __m128 t) {
+        return _mm_add_ps(_mm_mul_ps(a, u), _mm_mul_ps(b, t));
+    };
+    const __m128 a00 = blend(p[0], ux, p[1], tx);
+    const __m128 a10 = blend(p[2], ux, p[3], tx);
+    const __m128 a01 = blend(q[0], ux, q[1], tx);
+    const __m128 a11 = blend(q[2], ux, q[3], tx);
+    return blend(blend(a00, uy, a10, ty), uz, blend(a01, uy, a11, ty), tz);
+}
+
 // The four tabulated weights of tabulatedWeights (interp.h) as one vector.
 inline __m128 tabulatedWeights4(const float* table, float t) noexcept
 {

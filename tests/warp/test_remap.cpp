@@ -173,6 +173,23 @@ TEST(Remap, BoundsInFloatTiesToEvenAndNaN)
     }
 }
 
+TEST(Remap, RegionOneVoxelWideAtTheOrigin)
+{
+    // Linear at the upper edge of a one-voxel region steps down to tap -1 with
+    // weight 0: the result is the voxel itself and nothing below 0 is read.
+    std::mt19937 rng(35);
+    Slices<float> src(6, 6, 6);
+    src.fill([&] { return vekr::test::randomValue<float>(rng); });
+    const VekCuboid sv{0, 0, 0, 1, 1, 6};
+    const VekVolumeSize roi{9, 1, 1};
+    Maps m(roi);
+    for (int i = 0; i < 9; ++i) m.set(i, 0, 0, 0.0f, 0.0f, 0.5f * (i % 6));
+    Slices<float> got(9, 1, 1), want(9, 1, 1);
+    ASSERT_EQ(remapCall(src, sv, m, got, roi, 2), vekStsOk);
+    remapReference(src, sv, m, want, roi, 2);
+    EXPECT_TRUE(got == want);
+}
+
 TEST(Remap, ChecksInOrder)
 {
     Slices<uint8_t> src(8, 8, 8), dst(8, 8, 8);
