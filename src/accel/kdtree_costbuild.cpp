@@ -6,8 +6,9 @@
 // a vertex block of (48v rounded down to 16 MB) + 16 MB, and 16 MB + 40 for
 // every working unit.  The builder allocates only what it uses of the fixed
 // part (nine of the arrays as sort keys, 24t bytes of the triangle block as
-// per-triangle boxes; it reads the caller's vertices in place), so its real
-// use stays below what it is charged.
+// per-triangle boxes, and for large meshes 192 KB of its remaining 12t bytes
+// as radix digit counts; it reads the caller's vertices in place), so its
+// real use stays below what it is charged.
 #include <cmath>
 #include <memory>
 
@@ -55,8 +56,10 @@ VekStatus buildCostDrivenStats(const float* vertices, const int* triangles, int3
         const int64_t keyCount = 9 * static_cast<int64_t>(t);
         const int64_t boxFloats = 6 * static_cast<int64_t>(t);
         if (keyCount > 0x7FFFFFFF) return vekStsNoMem;
+        const bool wide = t >= static_cast<uint32_t>(kWideDigitsFrom);
+        const int64_t wideWords = wide ? static_cast<int64_t>(kWideCountsBytes / 4) : 0;
         keys.reset(malloc32(static_cast<int32_t>(keyCount)));
-        boxesBlock.reset(malloc32(static_cast<int32_t>(boxFloats)));
+        boxesBlock.reset(malloc32(static_cast<int32_t>(boxFloats + wideWords)));
         if (!keys || !boxesBlock) return vekStsNoMem;
         uint32_t* k = static_cast<uint32_t*>(keys.get());
         float* b = static_cast<float*>(boxesBlock.get());
@@ -64,6 +67,9 @@ VekStatus buildCostDrivenStats(const float* vertices, const int* triangles, int3
             for (int j = 0; j < 3; ++j) rc.axisKeys[a][j] = k + (3 * a + j) * static_cast<size_t>(t);
             rc.boxes.lo[a] = b + a * static_cast<size_t>(t);
             rc.boxes.hi[a] = b + (3 + a) * static_cast<size_t>(t);
+            // Two Radix24Counts per axis, a sixth of the counts area each.
+            rc.wideCounts[a] = wide ? b + boxFloats + a * (kWideCountsBytes / 3 / sizeof(float))
+                                    : nullptr;
         }
     }
 

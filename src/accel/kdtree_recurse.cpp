@@ -37,7 +37,32 @@ AxisResult searchOneAxis(const Recursion& rc, int axis, const int32_t* list, int
     const float* bh = rc.boxes.hi[axis];
     const float lo = box.lo[axis], hi = box.hi[axis];
     int32_t m = 0, tail = n;
-    if (n > kRadixAbove) {
+    // Every key of the node lies between the keys of its faces; when those
+    // differ only in the low 24 bits, a large node sorts in two 12-bit passes.
+    const bool narrow = (floatKey(lo) ^ floatKey(hi)) < (1u << 24);
+    if (n >= kWideDigitsFrom && narrow) {
+        auto* counts = static_cast<Radix24Counts*>(rc.wideCounts[axis]);
+        Radix24Counts& cs = counts[0];
+        Radix24Counts& ce = counts[1];
+        cs.clear();
+        ce.clear();
+        for (int32_t i = 0; i < n; ++i) {
+            const int32_t id = list[i];
+            const uint32_t ks = floatKey(clampLo(bl[id], lo)), ke = floatKey(clampHi(bh[id], hi));
+            if (ks == ke) {
+                starts[--tail] = ks;
+            } else {
+                starts[m] = ks;
+                ends[m] = ke;
+                cs.add(ks);
+                ce.add(ke);
+                ++m;
+            }
+        }
+        radixSort24Counted(starts, scratch, m, cs);
+        radixSort24Counted(ends, scratch, m, ce);
+        radixSortKeys(starts + m, scratch, n - m);
+    } else if (n > kRadixAbove) {
         // The radix sort's digit counts are taken while the keys are made.
         RadixCounts cs, ce;
         cs.clear();

@@ -1,6 +1,7 @@
 // The recursive split of the tree under construction.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "accel/kdtree_boxes.h"
@@ -14,9 +15,16 @@ struct NodeBox {
     float hi[3];
 };
 
+// Nodes of at least this many triangles may sort by two 12-bit digits.  The
+// digit counts (six Radix24Counts, 192 KB) then live in the triangle block,
+// after the boxes: 12t bytes of it are free, and 12 * 16384 is 192 KB.
+constexpr int32_t kWideDigitsFrom = 16384;
+constexpr size_t kWideCountsBytes = 6 * 2 * 4096 * sizeof(uint32_t);
+
 struct Recursion {
     TriBoxes boxes;
     uint32_t* axisKeys[3][3];  // per axis: starts (flats at the tail), ends, sort scratch
+    void* wideCounts[3];       // per axis: two Radix24Counts (starts, ends)
     WorkUnits* units;
     BuildStats* stats;
     float q;             // split-acceptance factor
