@@ -11,9 +11,9 @@
 namespace render {
 
 struct Sky {
-    float zenith[3] = {0.22f, 0.40f, 0.80f};
-    float horizon[3] = {0.80f, 0.86f, 0.95f};
-    float ground[3] = {0.30f, 0.26f, 0.22f};
+    float zenith[3] = {0.18f, 0.33f, 0.68f};
+    float horizon[3] = {0.62f, 0.68f, 0.78f};
+    float ground[3] = {0.22f, 0.19f, 0.16f};
 };
 
 // Radiance arriving from direction (x, y, z) (any length but zero; +y is

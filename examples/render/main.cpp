@@ -88,7 +88,7 @@ int main(int argc, char** argv)
     if (!o.quiet) {
         const double mrays = stats.seconds > 0 ? stats.totalRays() / stats.seconds / 1e6 : 0.0;
         std::fprintf(stderr,
-                     "%d triangles, build %.3f s (tree %d KiB, depth %d); %dx%d, %d spp, %d "
+                     "%d triangles, build %.3f s (tree %d KiB, depth limit %d); %dx%d, %d spp, %d "
                      "threads: %llu primary, %llu shadow, %llu reflection rays in %.3f s, "
                      "%.2f Mrays/s -> %s\n",
                      scene.mesh.triangleCount(), accel.buildSeconds(), accel.treeBytes() / 1024,

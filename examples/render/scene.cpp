@@ -14,8 +14,8 @@ void defaultLights(Scene& s)
 {
     const float keyPos[3] = {4.0f, 7.0f, 4.0f}, keyColour[3] = {1.0f, 0.95f, 0.88f};
     const float fillPos[3] = {-6.0f, 4.0f, 2.5f}, fillColour[3] = {0.75f, 0.85f, 1.0f};
-    s.lights.push_back(makeLight(keyPos, 80.0f, keyColour));
-    s.lights.push_back(makeLight(fillPos, 18.0f, fillColour));
+    s.lights.push_back(makeLight(keyPos, 55.0f, keyColour));
+    s.lights.push_back(makeLight(fillPos, 12.0f, fillColour));
 }
 
 Material material(float r, float g, float b, float reflect = 0.0f)
