@@ -53,35 +53,6 @@ void expectValid(const Mesh& m, const Built& b, int depth, const VekrBox3D* regi
     EXPECT_LE(b.stats.charged, uint64_t(b.stats.budget));
 }
 
-// A mesh of axis-aligned unit squares on a grid in three orientations (many
-// triangles flat on one axis, lying exactly in shared planes) plus a few
-// degenerate ones.
-Mesh gridOfSquares(int n)
-{
-    Mesh m;
-    auto quad = [&](float x, float y, float z, int axis) {
-        const int base = m.vertexCount();
-        float p[4][3];
-        for (int k = 0; k < 4; ++k) {
-            float d[3] = {0, 0, 0};
-            d[(axis + 1) % 3] = float(k & 1);
-            d[(axis + 2) % 3] = float(k >> 1);
-            p[k][0] = x + d[0], p[k][1] = y + d[1], p[k][2] = z + d[2];
-            m.vertices.insert(m.vertices.end(), {p[k][0], p[k][1], p[k][2]});
-        }
-        m.triangles.insert(m.triangles.end(), {base, base + 1, base + 3, 0});
-        m.triangles.insert(m.triangles.end(), {base, base + 3, base + 2, 0});
-    };
-    for (int i = 0; i < n; ++i)
-        for (int j = 0; j < n; ++j) quad(float(i), float(j), float((i * 7 + j * 3) % 5), (i + j) % 3);
-    // Degenerate: a point and a segment.
-    const int b = m.vertexCount();
-    m.vertices.insert(m.vertices.end(), {2.5f, 2.5f, 2.5f, 2.5f, 2.5f, 2.5f, 3.5f, 2.5f, 2.5f});
-    m.triangles.insert(m.triangles.end(), {b, b, b, 0});
-    m.triangles.insert(m.triangles.end(), {b, b + 1, b + 2, 0});
-    return m;
-}
-
 TEST(KDTreeBuild, RandomMeshesAreCompleteAndWithinDepth)
 {
     for (int n : {1, 2, 3, 20, 76, 400, 2500}) {
@@ -107,7 +78,7 @@ TEST(KDTreeBuild, ThresholdsChangeTheTreeNotItsCompleteness)
 
 TEST(KDTreeBuild, FlatAndDegenerateTrianglesEndInOneChildAndStayComplete)
 {
-    const Mesh m = gridOfSquares(14);
+    const Mesh m = vekr::test::gridOfSquares(14);
     for (int depth : {50, 9}) expectValid(m, build(m, depth, 0.0f, 256), depth);
 }
 
@@ -216,7 +187,7 @@ std::vector<char> buildWithThreads(const Mesh& m, bool parallel)
 
 TEST(KDTreeBuild, SameTreeOnOneAndTwoThreads)
 {
-    for (const Mesh& m : {vekr::test::randomTriangles(3000, 77, 0.1f), gridOfSquares(20),
+    for (const Mesh& m : {vekr::test::randomTriangles(3000, 77, 0.1f), vekr::test::gridOfSquares(20),
                           vekr::test::bumpySphere(40, 60)}) {
         const auto one = buildWithThreads(m, false);
         const auto two = buildWithThreads(m, true);

@@ -135,4 +135,30 @@ inline Mesh bumpySphere(int rings, int segments, float radius = 1.0f)
     return m;
 }
 
+// A mesh of axis-aligned unit squares on a grid in three orientations (many
+// triangles flat on one axis, lying exactly in shared planes) plus a few
+// degenerate ones (a point and a segment).
+inline Mesh gridOfSquares(int n)
+{
+    Mesh m;
+    auto quad = [&](float x, float y, float z, int axis) {
+        const int base = m.vertexCount();
+        for (int k = 0; k < 4; ++k) {
+            float d[3] = {0, 0, 0};
+            d[(axis + 1) % 3] = float(k & 1);
+            d[(axis + 2) % 3] = float(k >> 1);
+            m.vertices.insert(m.vertices.end(), {x + d[0], y + d[1], z + d[2]});
+        }
+        m.triangles.insert(m.triangles.end(), {base, base + 1, base + 3, 0});
+        m.triangles.insert(m.triangles.end(), {base, base + 3, base + 2, 0});
+    };
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j) quad(float(i), float(j), float((i * 7 + j * 3) % 5), (i + j) % 3);
+    const int b = m.vertexCount();
+    m.vertices.insert(m.vertices.end(), {2.5f, 2.5f, 2.5f, 2.5f, 2.5f, 2.5f, 3.5f, 2.5f, 2.5f});
+    m.triangles.insert(m.triangles.end(), {b, b, b, 0});
+    m.triangles.insert(m.triangles.end(), {b, b + 1, b + 2, 0});
+    return m;
+}
+
 }  // namespace vekr::test

@@ -1,13 +1,15 @@
 // Test scenes for the tracing functions: a mesh with its acceleration
-// records, box and a KD-tree made by a small median-split builder written
-// here (so the traversal tests do not depend on the library's builder), and
-// brute-force references that test every triangle.
+// records, box and a KD-tree, made either by a small median-split builder
+// written here (so the traversal tests do not depend on the library's
+// builder) or by the library's cost-driven build, and brute-force references
+// that test every triangle.
 #pragma once
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 #include "accel/kdnode.h"
@@ -143,22 +145,53 @@ private:
     }
 };
 
-// A mesh ready to trace: records, box and a tree.
+// Parameters of the library's cost-driven build.
+struct CostBuild {
+    int depth = 50;
+    float threshold = 0.0f;
+    uint32_t memoryMB = 256;
+};
+
+// The cost-driven builds the tracing tests run against: full and limited
+// depth, both ends of the split threshold, a budget that fits.
+inline std::vector<CostBuild> costBuilds()
+{
+    return {{50, 0.0f, 256}, {50, 1.0f, 256}, {12, 0.0f, 128}, {5, 1.0f, 64}};
+}
+
+// A mesh ready to trace: records, box and a tree.  A scene made by the
+// cost-driven build keeps the build's status (check it before tracing) and
+// falls back to a single leaf when the build failed.
 struct Scene {
+    struct FreeTree {
+        void operator()(VekrKDTreeNode* t) const { vekrKDTreeFree(t); }
+    };
     Mesh mesh;
     std::vector<VekrTriangleAccel> accel;
     VekrBox3D box{};
     MedianTree tree;
+    std::unique_ptr<VekrKDTreeNode, FreeTree> built;
+    VekStatus buildStatus = vekStsOk;
     VekrIntersectContext ctx{};
 
-    Scene(Mesh m, MedianTree t) : mesh(std::move(m)), tree(std::move(t))
+    Scene(Mesh m, MedianTree t) : mesh(std::move(m)), tree(std::move(t)) { prepare(); }
+    Scene(Mesh m, const CostBuild& p) : mesh(std::move(m))
     {
-        const int n = mesh.triangleCount();
-        accel.resize(std::max(n, 1));
-        vekrTriangleAccelInit(accel.data(), mesh.vertices.data(), mesh.triangles.data(), n);
-        vekrSetBoundBox_32f(mesh.vertices.data(), mesh.vertexCount(), &box);
-        ctx = VekrIntersectContext{&box, accel.data(), tree.root()};
+        const VekrKDTreeBuildParams params{VEKR_KDTREE_SAH_MAGIC, p.depth, p.threshold, p.memoryMB,
+                                           nullptr};
+        VekrKDTreeNode* root = nullptr;
+        int size = 0;
+        buildStatus = vekrKDTreeBuildAlloc(&root, mesh.vertices.data(), mesh.triangles.data(),
+                                           mesh.vertexCount(), mesh.triangleCount(), &size, &params);
+        if (buildStatus == vekStsOk)
+            built.reset(root);
+        else
+            tree = MedianTree::singleLeaf(mesh.triangleCount());
+        prepare();
     }
+    Scene(const Scene&) = delete;  // the context points into the scene
+    Scene& operator=(const Scene&) = delete;
+
     static Scene median(Mesh m, int maxDepth = 24, int leafSize = 3)
     {
         MedianTree t(m, maxDepth, leafSize);
@@ -169,16 +202,41 @@ struct Scene {
         const int n = m.triangleCount();
         return Scene(std::move(m), MedianTree::singleLeaf(n));
     }
+
+private:
+    void prepare()
+    {
+        const int n = mesh.triangleCount();
+        accel.resize(std::max(n, 1));
+        vekrTriangleAccelInit(accel.data(), mesh.vertices.data(), mesh.triangles.data(), n);
+        vekrSetBoundBox_32f(mesh.vertices.data(), mesh.vertexCount(), &box);
+        ctx = VekrIntersectContext{&box, accel.data(), built ? built.get() : tree.root()};
+    }
 };
 
-// The real mesh, loaded and prepared once per test program; null when the
-// data file is not available.
+// The real mesh, loaded once per test program; null when the data file is
+// not available.
+inline const Mesh* bunnyMesh()
+{
+    static const Mesh* mesh = [] {
+        const std::string path = dataFile("bunny00.off");
+        return path.empty() ? static_cast<const Mesh*>(nullptr) : new Mesh(loadOff(path));
+    }();
+    return mesh;
+}
+
+// The real mesh with a median-split tree, prepared once; null without it.
 inline const Scene* bunnyScene()
 {
-    static const Scene* scene = [] {
-        const std::string path = dataFile("bunny00.off");
-        return path.empty() ? static_cast<const Scene*>(nullptr) : new Scene(Scene::median(loadOff(path)));
-    }();
+    static const Scene* scene = bunnyMesh() ? new Scene(Scene::median(*bunnyMesh())) : nullptr;
+    return scene;
+}
+
+// The real mesh with a tree from the cost-driven build (full depth, strict
+// threshold), prepared once; null without the data file.
+inline const Scene* bunnyCostScene()
+{
+    static const Scene* scene = bunnyMesh() ? new Scene(*bunnyMesh(), CostBuild{}) : nullptr;
     return scene;
 }
 

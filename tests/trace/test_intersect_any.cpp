@@ -123,6 +123,53 @@ TEST(IntersectAny, RealMesh)
     checkAllPaths(sc, light, in, "bunny");
 }
 
+TEST(IntersectAny, CostBuiltTrees)
+{
+    const float light[3] = {0.4f, 2.5f, -0.3f};
+    const float inside[3] = {0.0f, 0.1f, 0.0f};
+    const float gridLight[3] = {6.5f, 13.0f, 8.0f};
+    for (const CostBuild& p : costBuilds()) {
+        SCOPED_TRACE(testing::Message() << "depth " << p.depth << " threshold " << p.threshold);
+        const Scene s(randomTriangles(1500, 71u, 0.15f), p);
+        ASSERT_EQ(s.buildStatus, vekStsOk);
+        checkAllPaths(s, light, makeSegments(light, 32, 16, 72u), "cost tree");
+        checkAllPaths(s, inside, makeSegments(inside, 16, 16, 73u), "cost tree, from inside");
+        // Segments ending among squares that lie exactly in shared planes.
+        const Scene g(gridOfSquares(12), p);
+        ASSERT_EQ(g.buildStatus, vekStsOk);
+        Shadow in(16, 16);
+        std::mt19937 rng(74u);
+        std::uniform_real_distribution<float> u(0.0f, 1.0f);
+        for (size_t k = 0; k < in.rays.size(); ++k) {
+            const float target[3] = {g.box.minX + u(rng) * (g.box.maxX - g.box.minX),
+                                     g.box.minY + u(rng) * (g.box.maxY - g.box.minY),
+                                     g.box.minZ + u(rng) * (g.box.maxZ - g.box.minZ)};
+            for (int c = 0; c < 3; ++c) in.rays.d[c][k] = target[c] - gridLight[c];
+            in.mask[k] = k % 9 == 4 ? -2 : 0;
+        }
+        checkAllPaths(g, gridLight, in, "cost tree, squares");
+    }
+}
+
+TEST(IntersectAny, CostBuiltTreeOnRealMesh)
+{
+    if (!bunnyCostScene()) GTEST_SKIP() << "bunny00.off not available";
+    const Scene& sc = *bunnyCostScene();
+    ASSERT_EQ(sc.buildStatus, vekStsOk);
+    const float light[3] = {sc.box.minX - 0.1f, sc.box.maxY + 0.2f, sc.box.maxZ + 0.1f};
+    Shadow in(8, 8);
+    std::mt19937 rng(75u);
+    std::uniform_real_distribution<float> u(0.1f, 0.9f);
+    for (size_t k = 0; k < in.rays.size(); ++k) {
+        const float target[3] = {sc.box.minX + u(rng) * (sc.box.maxX - sc.box.minX),
+                                 sc.box.minY + u(rng) * (sc.box.maxY - sc.box.minY),
+                                 sc.box.minZ + u(rng) * (sc.box.maxZ - sc.box.minZ)};
+        for (int c = 0; c < 3; ++c) in.rays.d[c][k] = target[c] - light[c];
+        in.mask[k] = 0;
+    }
+    checkAllPaths(sc, light, in, "bunny");
+}
+
 TEST(IntersectAny, EndpointsDoNotBlockAndOutsideSegmentsWalkTheTree)
 {
     Mesh m;

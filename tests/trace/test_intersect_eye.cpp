@@ -136,6 +136,47 @@ TEST(IntersectEye, RealMesh)
     checkBothPaths(s, eye, b, "bunny");
 }
 
+TEST(IntersectEye, CostBuiltTrees)
+{
+    const float eye[3] = {0.3f, 0.4f, 4.0f};
+    const float inside[3] = {0.01f, -0.02f, 0.03f};
+    const float gridEye[3] = {-3.0f, 14.5f, 9.0f};
+    for (const CostBuild& p : costBuilds()) {
+        SCOPED_TRACE(testing::Message() << "depth " << p.depth << " threshold " << p.threshold);
+        const Scene s(randomTriangles(1500, 61u, 0.15f), p);
+        ASSERT_EQ(s.buildStatus, vekStsOk);
+        RayBlock b(32, 24);
+        frameBox(s.box, eye, b);
+        checkBothPaths(s, eye, b, "cost tree");
+        RayBlock r(16, 16);
+        randomDirections(r, 62u);
+        checkBothPaths(s, inside, r, "cost tree, from inside");
+        // Squares lying exactly in shared planes, where the build's choice
+        // of side for flat triangles decides where the traversal finds them.
+        const Scene g(gridOfSquares(12), p);
+        ASSERT_EQ(g.buildStatus, vekStsOk);
+        RayBlock q(24, 24);
+        frameBox(g.box, gridEye, q);
+        checkBothPaths(g, gridEye, q, "cost tree, squares");
+    }
+}
+
+TEST(IntersectEye, CostBuiltTreeOnRealMesh)
+{
+    if (!bunnyCostScene()) GTEST_SKIP() << "bunny00.off not available";
+    const Scene& s = *bunnyCostScene();
+    ASSERT_EQ(s.buildStatus, vekStsOk);
+    const float front[3] = {0.5f * (s.box.minX + s.box.maxX), 0.5f * (s.box.minY + s.box.maxY),
+                            s.box.maxZ + 2.0f * (s.box.maxZ - s.box.minZ)};
+    RayBlock b(12, 8);
+    frameBox(s.box, front, b);
+    checkBothPaths(s, front, b, "bunny, front");
+    const float corner[3] = {s.box.maxX + 0.05f, s.box.minY - 0.03f, s.box.minZ - 0.1f};
+    RayBlock c(8, 8);
+    frameBox(s.box, corner, c);
+    checkBothPaths(s, corner, c, "bunny, corner");
+}
+
 TEST(IntersectEye, AxisParallelDirections)
 {
     const Scene s = Scene::median(randomTriangles(400, 8u, 0.3f));

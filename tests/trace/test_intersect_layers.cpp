@@ -144,6 +144,44 @@ TEST(IntersectLayers, RandomScenes)
     checkAllPaths(dense, eye, many, "twelve layers");
 }
 
+TEST(IntersectLayers, CostBuiltTrees)
+{
+    const float eye[3] = {0.2f, 0.3f, 4.0f};
+    const float gridEye[3] = {-3.0f, 14.5f, 9.0f};
+    for (const CostBuild& p : costBuilds()) {
+        SCOPED_TRACE(testing::Message() << "depth " << p.depth << " threshold " << p.threshold);
+        const Scene s(randomTriangles(1500, 91u, 0.15f), p);
+        ASSERT_EQ(s.buildStatus, vekStsOk);
+        Layers b(16, 16, 6);
+        RayBlock frame(16, 16);
+        frameBox(s.box, eye, frame);
+        for (size_t k = 0; k < b.n; ++k)
+            for (int c = 0; c < 3; ++c) b.d[c][k] = frame.d[c][k];
+        checkAllPaths(s, eye, b, "cost tree");
+        const Scene g(gridOfSquares(12), p);
+        ASSERT_EQ(g.buildStatus, vekStsOk);
+        frameBox(g.box, gridEye, frame);
+        for (size_t k = 0; k < b.n; ++k)
+            for (int c = 0; c < 3; ++c) b.d[c][k] = frame.d[c][k];
+        checkAllPaths(g, gridEye, b, "cost tree, squares");
+    }
+}
+
+TEST(IntersectLayers, CostBuiltTreeOnRealMesh)
+{
+    if (!bunnyCostScene()) GTEST_SKIP() << "bunny00.off not available";
+    const Scene& sc = *bunnyCostScene();
+    ASSERT_EQ(sc.buildStatus, vekStsOk);
+    const float eye[3] = {0.5f * (sc.box.minX + sc.box.maxX), 0.5f * (sc.box.minY + sc.box.maxY),
+                          sc.box.maxZ + 2.0f * (sc.box.maxZ - sc.box.minZ)};
+    RayBlock frame(8, 8);
+    frameBox(sc.box, eye, frame);
+    Layers b(8, 8, 4);
+    for (size_t k = 0; k < b.n; ++k)
+        for (int c = 0; c < 3; ++c) b.d[c][k] = frame.d[c][k];
+    checkAllPaths(sc, eye, b, "bunny");
+}
+
 TEST(IntersectLayers, FirstLayerIsTheNearestHit)
 {
     const Scene sc = Scene::median(randomTriangles(400, 54u, 0.25f));

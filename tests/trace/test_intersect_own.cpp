@@ -136,6 +136,27 @@ TEST(IntersectOwn, RealMesh)
     checkAllPaths(sc, randomRays(sc.box, 8, 8, 7u), "bunny");
 }
 
+TEST(IntersectOwn, CostBuiltTrees)
+{
+    for (const CostBuild& p : costBuilds()) {
+        SCOPED_TRACE(testing::Message() << "depth " << p.depth << " threshold " << p.threshold);
+        const Scene s(randomTriangles(1500, 81u, 0.15f), p);
+        ASSERT_EQ(s.buildStatus, vekStsOk);
+        checkAllPaths(s, randomRays(s.box, 32, 16, 82u), "cost tree");
+        const Scene g(gridOfSquares(12), p);
+        ASSERT_EQ(g.buildStatus, vekStsOk);
+        checkAllPaths(g, randomRays(g.box, 16, 16, 83u), "cost tree, squares");
+    }
+}
+
+TEST(IntersectOwn, CostBuiltTreeOnRealMesh)
+{
+    if (!bunnyCostScene()) GTEST_SKIP() << "bunny00.off not available";
+    const Scene& sc = *bunnyCostScene();
+    ASSERT_EQ(sc.buildStatus, vekStsOk);
+    checkAllPaths(sc, randomRays(sc.box, 8, 8, 84u), "bunny");
+}
+
 TEST(IntersectOwn, OwnOriginRules)
 {
     // Two parallel triangles 5e-6 apart at z = 1, and one at z = 2.
