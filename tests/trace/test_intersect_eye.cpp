@@ -143,9 +143,9 @@ TEST(IntersectEye, CostBuiltTrees)
     const float gridEye[3] = {-3.0f, 14.5f, 9.0f};
     for (const CostBuild& p : costBuilds()) {
         SCOPED_TRACE(testing::Message() << "depth " << p.depth << " threshold " << p.threshold);
-        const Scene s(randomTriangles(1500, 61u, 0.15f), p);
+        const Scene s(randomTriangles(1000, 61u, 0.18f), p);
         ASSERT_EQ(s.buildStatus, vekStsOk);
-        RayBlock b(32, 24);
+        RayBlock b(24, 16);
         frameBox(s.box, eye, b);
         checkBothPaths(s, eye, b, "cost tree");
         RayBlock r(16, 16);

@@ -150,7 +150,7 @@ TEST(IntersectLayers, CostBuiltTrees)
     const float gridEye[3] = {-3.0f, 14.5f, 9.0f};
     for (const CostBuild& p : costBuilds()) {
         SCOPED_TRACE(testing::Message() << "depth " << p.depth << " threshold " << p.threshold);
-        const Scene s(randomTriangles(1500, 91u, 0.15f), p);
+        const Scene s(randomTriangles(1000, 91u, 0.18f), p);
         ASSERT_EQ(s.buildStatus, vekStsOk);
         Layers b(16, 16, 6);
         RayBlock frame(16, 16);
