@@ -143,6 +143,12 @@ TEST(IntersectOwn, CostBuiltTrees)
         const Scene s(randomTriangles(1000, 81u, 0.18f), p);
         ASSERT_EQ(s.buildStatus, vekStsOk);
         checkAllPaths(s, randomRays(s.box, 16, 16, 82u), "cost tree");
+        // Directions of one octant: whole packets trace together.
+        OwnBlock coherent = randomRays(s.box, 16, 16, 85u);
+        for (size_t k = 0; k < coherent.rays.size(); ++k)
+            for (int c = 0; c < 3; ++c)
+                coherent.rays.d[c][k] = c == 1 ? -std::fabs(coherent.rays.d[c][k]) : std::fabs(coherent.rays.d[c][k]);
+        checkAllPaths(s, coherent, "cost tree, one octant");
         const Scene g(gridOfSquares(12), p);
         ASSERT_EQ(g.buildStatus, vekStsOk);
         checkAllPaths(g, randomRays(g.box, 16, 16, 83u), "cost tree, squares");
