@@ -10,6 +10,7 @@
 
 #include <exception>
 #include <mutex>
+#include <utility>
 
 #include <omp.h>
 
@@ -41,33 +42,6 @@ inline Range staticBlock(int count, int thread, int team) noexcept
     const int rem = count % team;
     const int begin = thread * chunk + (thread < rem ? thread : rem);
     return Range{begin, begin + chunk + (thread < rem ? 1 : 0)};
-}
-
-// Runs body(thread, team) on up to `threads` threads.  The first exception
-// thrown by any thread is rethrown on the calling thread after the region.
-template <class Body>
-void parallelRegion(int threads, Body&& body)
-{
-    if (threads <= 1) {
-        body(0, 1);
-        return;
-    }
-    int team = 1;
-    std::exception_ptr error;
-    std::mutex errorLock;
-#pragma omp parallel num_threads(threads)
-    {
-#pragma omp master
-        team = omp_get_num_threads();
-#pragma omp barrier
-        try {
-            body(omp_get_thread_num(), team);
-        } catch (...) {
-            std::lock_guard<std::mutex> hold(errorLock);
-            if (!error) error = std::current_exception();
-        }
-    }
-    if (error) std::rethrow_exception(error);
 }
 
 // Like parallelRegion, but master(team) runs on the master thread alone,
@@ -110,6 +84,14 @@ void parallelRegion(int threads, Master&& master, Body&& body)
         }
     }
     if (error) std::rethrow_exception(error);
+}
+
+// Runs body(thread, team) on up to `threads` threads.  The first exception
+// thrown by any thread is rethrown on the calling thread after the region.
+template <class Body>
+void parallelRegion(int threads, Body&& body)
+{
+    parallelRegion(threads, [](int) {}, std::forward<Body>(body));
 }
 
 // A region whose threads each take one contiguous range of [0, count), cut by
