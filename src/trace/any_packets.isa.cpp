@@ -2,19 +2,13 @@
 #include <limits>
 
 #include "trace/packet_core.h"
+#include "trace/packet_width.h"
 #include "trace/packets.h"
 
 namespace vekr {
 namespace VEKR_ISA_NS {
 
 namespace {
-
-#if defined(__AVX2__)
-using V = simd::F8;
-#else
-using V = simd::F4;
-#endif
-using L = trace::Lanes<V>;
 
 struct AnyHitLanes {
     V tri, lim;  // a blocked lane's limit drops to -inf so no pop revives it

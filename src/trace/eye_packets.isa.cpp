@@ -1,18 +1,12 @@
 // Packet path of the eye-ray nearest hit.
 #include "trace/packet_core.h"
+#include "trace/packet_width.h"
 #include "trace/packets.h"
 
 namespace vekr {
 namespace VEKR_ISA_NS {
 
 namespace {
-
-#if defined(__AVX2__)
-using V = simd::F8;
-#else
-using V = simd::F4;
-#endif
-using L = trace::Lanes<V>;
 
 struct NearestHitLanes {
     V dist, u, v, tri;
@@ -68,10 +62,7 @@ void intersectEyePackets(const float eye[3], const float* const dirs[3], float* 
             trace::traversePacket(ctx.pRootNode, ctx.pAccel, ray, tNear, tFar, mask, p);
             const V hit = simd::andnot(L::eqInt(p.tri, trace::intLanes<V>(-1)), L::ones());
             if (!simd::any(hit)) return;
-            L::blend(dist + g.base, stride, p.dist, hit);
-            L::blend(hits[0] + g.base, stride, p.u, hit);
-            L::blend(hits[1] + g.base, stride, p.v, hit);
-            L::blend(triBits + g.base, stride, p.tri, hit);
+            blendNearest(dist, hits, triBits, g.base, stride, p, hit);
         });
 }
 

@@ -1,19 +1,13 @@
 // Packet path of the successive hits: the lanes of a packet go from layer to
 // layer together, each restarting at its own hit point.
 #include "trace/packet_core.h"
+#include "trace/packet_width.h"
 #include "trace/packets.h"
 
 namespace vekr {
 namespace VEKR_ISA_NS {
 
 namespace {
-
-#if defined(__AVX2__)
-using V = simd::F8;
-#else
-using V = simd::F4;
-#endif
-using L = trace::Lanes<V>;
 
 struct LayerNearestLanes {
     V dist, u, v, tri;

@@ -1,18 +1,12 @@
 // Packet path of the nearest hit for rays with their own origins.
 #include "trace/packet_core.h"
+#include "trace/packet_width.h"
 #include "trace/packets.h"
 
 namespace vekr {
 namespace VEKR_ISA_NS {
 
 namespace {
-
-#if defined(__AVX2__)
-using V = simd::F8;
-#else
-using V = simd::F4;
-#endif
-using L = trace::Lanes<V>;
 
 struct OwnNearestLanes {
     V dist, u, v, tri;  // tri is also the last accepted triangle
@@ -70,10 +64,7 @@ void intersectOwnPackets(const float* const origins[3], const float* const dirs[
             trace::traversePacket(ctx.pRootNode, ctx.pAccel, ray, tNear, tFar, mask, p);
             const V hit = simd::andnot(L::eqInt(p.tri, trace::intLanes<V>(-1)), L::ones());
             if (!simd::any(hit)) return;
-            L::blend(dist + g.base, stride, p.dist, hit);
-            L::blend(hits[0] + g.base, stride, p.u, hit);
-            L::blend(hits[1] + g.base, stride, p.v, hit);
-            L::blend(triBits + g.base, stride, p.tri, hit);
+            blendNearest(dist, hits, triBits, g.base, stride, p, hit);
         });
 }
 
