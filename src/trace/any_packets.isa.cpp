@@ -44,7 +44,7 @@ void intersectAnyPackets(const float origin[3], const float* const dirs[3], int*
                 ray.d[c] = g.d[c];
             }
             ray.code = code;
-            trace::packetReciprocals(ray);
+            trace::packetReciprocals(ray, false);
             AnyHitLanes p{trace::intLanes<V>(-1), V(1.0f)};
             trace::traversePacket(ctx.pRootNode, ctx.pAccel, ray, V(0.0f), V(1.0001f), lanes, p);
             const V blocked = simd::andnot(L::eqInt(p.tri, trace::intLanes<V>(-1)), L::ones());

@@ -95,14 +95,18 @@ struct PacketRay {
 
 // Reciprocals from the hardware approximation refined by one Newton step;
 // a parallel component is first replaced by 1.1920929e-5 so that its axis
-// takes part in the box tests with a reciprocal of about 83886.
+// takes part in the box tests with a reciprocal of about 83886.  The nearest-
+// hit functions give the replacement the sign of the packet's octant bit, so
+// that a tiny negative component keeps the near/far order its octant fixes;
+// the any-hit function keeps it positive, as its single-ray path does.
 template <class V>
-inline void packetReciprocals(PacketRay<V>& r)
+inline void packetReciprocals(PacketRay<V>& r, bool octantSign = true)
 {
     const V eps(kParallelEps), sub(1.1920929e-5f);
     for (int c = 0; c < 3; ++c) {
         const V d = r.d[c];
-        r.rcp[c] = simd::rcpNewton(simd::select(simd::abs(d) <= eps, sub, d));
+        const V s = octantSign && ((r.code >> c) & 1) ? V(-1.1920929e-5f) : sub;
+        r.rcp[c] = simd::rcpNewton(simd::select(simd::abs(d) <= eps, s, d));
     }
 }
 
