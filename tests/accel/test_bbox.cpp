@@ -10,14 +10,6 @@
 
 namespace {
 
-TEST(BoundBox, NullVerticesOnly)
-{
-    VekrBox3D box{1, 2, 3, 4, 5, 6};
-    EXPECT_EQ(vekrSetBoundBox_32f(nullptr, 3, &box), vekStsNullPtr);
-    EXPECT_EQ(box.minX, 1.0f);
-    EXPECT_EQ(vekrSetBoundBox_32f(nullptr, -1, &box), vekStsNullPtr);
-}
-
 TEST(BoundBox, EmptyCountWritesInvertedBox)
 {
     const float v[3] = {1, 2, 3};

@@ -37,14 +37,6 @@ float fword(const VekrTriangleAccel& r, int i)
     return f;
 }
 
-TEST(TriangleAccel, SizeQuery)
-{
-    int size = 0;
-    EXPECT_EQ(vekrTriangleAccelGetSize(&size), vekStsOk);
-    EXPECT_EQ(size, 40);
-    EXPECT_EQ(vekrTriangleAccelGetSize(nullptr), vekStsNullPtr);
-}
-
 TEST(TriangleAccel, WorkedExample)
 {
     const VekrTriangleAccel r = recordOf({0, 0, 5, 1, 0, 5, 0, 1, 5});
@@ -99,19 +91,6 @@ TEST(TriangleAccel, NanCoordinatesTakeTheGeneralPath)
     EXPECT_EQ(word(r, 0) & 0x3Fu, 0x06u);  // k = x (no comparison succeeds), u = y, v = z
     EXPECT_TRUE(std::isnan(fword(r, 1)));
     EXPECT_EQ(fword(r, 2), 0.0f);
-}
-
-TEST(TriangleAccel, CountBelowOneWritesNothing)
-{
-    VekrTriangleAccel r;
-    std::memset(&r, 0x5A, sizeof r);
-    const float v[9] = {0, 0, 5, 1, 0, 5, 0, 1, 5};
-    const int t[4] = {0, 1, 2, 0};
-    EXPECT_EQ(vekrTriangleAccelInit(&r, v, t, 0), vekStsOk);
-    EXPECT_EQ(vekrTriangleAccelInit(&r, v, t, -3), vekStsOk);
-    for (int i = 0; i < 10; ++i) EXPECT_EQ(word(r, i), 0x5A5A5A5Au);
-    // Null pointers are not tested when there is nothing to do.
-    EXPECT_EQ(vekrTriangleAccelInit(nullptr, nullptr, nullptr, 0), vekStsOk);
 }
 
 // The words must describe the triangle: every vertex satisfies the plane

@@ -49,17 +49,6 @@ TEST(Alloc, CountRule)
     vekr::freeBlock(nullptr);
 }
 
-TEST(Core, VekMallocAndThreads)
-{
-    EXPECT_EQ(vekMalloc(0), nullptr);
-    void* p = vekMalloc(1);
-    ASSERT_NE(p, nullptr);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % 64, 0u);
-    vekFree(p);
-    vekFree(nullptr);
-    EXPECT_GE(ownGetNumThreads(), 1);
-}
-
 TEST(Parallel, PartitionsCoverTheRangeOnce)
 {
     for (int count : {0, 1, 5, 16, 17, 100}) {

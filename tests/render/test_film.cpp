@@ -35,23 +35,6 @@ TEST(Film, BlocksAddToTheirPixelsAndClipAtTheEdge)
     }
 }
 
-TEST(Film, SrgbEncoding)
-{
-    EXPECT_EQ(render::encodeSrgb(0.0f), 0);
-    EXPECT_EQ(render::encodeSrgb(-3.0f), 0);
-    EXPECT_EQ(render::encodeSrgb(NAN), 0);
-    EXPECT_EQ(render::encodeSrgb(1.0f), 255);
-    EXPECT_EQ(render::encodeSrgb(7.0f), 255);
-    EXPECT_EQ(render::encodeSrgb(0.5f), 188);  // 0.7354 * 255
-    EXPECT_EQ(render::encodeSrgb(0.002f), 7);  // linear segment: 12.92 * 0.002 * 255
-    int last = -1;
-    for (int i = 0; i <= 1000; ++i) {
-        const int v = render::encodeSrgb(i / 1000.0f);
-        EXPECT_GE(v, last);
-        last = v;
-    }
-}
-
 TEST(Film, PngRoundTrip)
 {
     render::Film film(5, 3);
@@ -82,16 +65,4 @@ TEST(Film, PngRoundTrip)
 
     EXPECT_FALSE(render::writePng("/nonexistent-dir/x.png", 5, 3, rgb, error));
     EXPECT_NE(error.find("/nonexistent-dir/x.png"), std::string::npos);
-}
-
-TEST(Film, ExposureScalesBeforeEncoding)
-{
-    render::Film film(1, 1);
-    const float r = 0.25f, g = 0.5f, b = 2.0f;
-    film.addBlock(0, 0, 1, 1, 1, &r, &g, &b);
-    const std::vector<uint8_t> once = film.toRgb8(1, 2.0f);
-    const std::vector<uint8_t> halved = film.toRgb8(2, 4.0f);
-    EXPECT_EQ(once, halved);
-    EXPECT_EQ(once[0], render::encodeSrgb(0.5f));
-    EXPECT_EQ(once[1], 255);
 }

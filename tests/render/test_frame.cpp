@@ -195,27 +195,3 @@ TEST(Frame, MirrorSphereShowsTheSkyAboveAndTheGroundBelow)
     pixelOf(mirror, w, h, far, x, y);
     for (int c = 0; c < 3; ++c) EXPECT_EQ(a.film.value(x, y, c, 1), b.film.value(x, y, c, 1));
 }
-
-TEST(Frame, FlatNormalsAndSamplesChangeThePictureOnlyLittle)
-{
-    const render::Scene scene = shadowScene(0.0f);
-    const int w = 64, h = 48;
-    const Rendered smooth = renderScene(scene, w, h, 2);
-    const Rendered flat = renderScene(scene, w, h, 2, 1, true);
-    const Rendered many = renderScene(scene, w, h, 2, 4);
-    EXPECT_EQ(many.stats.primaryRays, 4u * smooth.stats.primaryRays);
-    double diffFlat = 0, diffMany = 0, total = 0;
-    int changed = 0;
-    for (int y = 0; y < h; ++y) {
-        for (int x = 0; x < w; ++x) {
-            const float s = luminance(smooth.film, x, y);
-            diffFlat += std::fabs(luminance(flat.film, x, y) - s);
-            diffMany += std::fabs(luminance(many.film, x, y, 4) - s);
-            changed += luminance(flat.film, x, y) != s;
-            total += s;
-        }
-    }
-    EXPECT_GT(changed, 0) << "flat normals shade the sphere differently";
-    EXPECT_LT(diffFlat, 0.1 * total);
-    EXPECT_LT(diffMany, 0.1 * total);
-}

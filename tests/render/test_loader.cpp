@@ -103,10 +103,3 @@ TEST_F(Loader, EmptyFileAndFileWithoutTriangles)
     EXPECT_NE(r.status, render::LoadStatus::Ok);
     EXPECT_FALSE(r.error.empty());
 }
-
-TEST_F(Loader, GarbageAndDirectoriesAreUnreadable)
-{
-    EXPECT_EQ(render::loadMesh(write("junk.xyzzy", "this is not a mesh at all\n"), half()).status,
-              render::LoadStatus::Unreadable);
-    EXPECT_EQ(render::loadMesh(dir_.string(), half()).status, render::LoadStatus::Unreadable);
-}

@@ -22,17 +22,6 @@ ParseResult parse(std::vector<std::string> args)
 
 }  // namespace
 
-TEST(Options, NoArgumentsRenderTheBuiltInScene)
-{
-    const ParseResult r = parse({});
-    ASSERT_TRUE(r.ok);
-    EXPECT_TRUE(r.options.input.empty());
-    EXPECT_EQ(r.options.output, "vekr-render.png");
-    EXPECT_EQ(r.options.samples, 1);
-    EXPECT_TRUE(r.options.lights.empty());
-    EXPECT_FALSE(r.options.hasEye);
-}
-
 TEST(Options, ValuesReachTheirFields)
 {
     const ParseResult r = parse({"--size", "320x200", "-o", "out.png", "--eye", "1,2.5,-3",
@@ -98,12 +87,4 @@ TEST(Options, MalformedValuesAreRefused)
         EXPECT_FALSE(r.error.empty()) << joined;
         EXPECT_EQ(r.error.find('\n'), std::string::npos) << joined;
     }
-}
-
-TEST(Options, HelpAndVersionAreFlags)
-{
-    EXPECT_TRUE(parse({"--help"}).options.help);
-    EXPECT_TRUE(parse({"-h"}).options.help);
-    EXPECT_TRUE(parse({"--version"}).options.version);
-    EXPECT_NE(render::usageText().find("--spp"), std::string::npos);
 }

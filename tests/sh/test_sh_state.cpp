@@ -12,41 +12,6 @@ namespace {
 
 uint32_t roundedTable(uint32_t L) { return ((L + 1) * (L + 2) / 2 * 4 + 15) / 16 * 16; }
 
-TEST(SHState, Sizes)
-{
-    uint32_t size = 0;
-    EXPECT_EQ(vekrSHGetSize_32f(0, vekrSHDirect, &size), vekStsOk);
-    EXPECT_EQ(size, 16u);
-    EXPECT_EQ(vekrSHGetSize_32f(15, vekrSHDirect, &size), vekStsOk);
-    EXPECT_EQ(size, 16u);
-    EXPECT_EQ(vekrSHGetSize_32f(0, vekrSHRecurrence, &size), vekStsOk);
-    EXPECT_EQ(size, 64u);
-    for (uint32_t L = 0; L < 40; ++L) {
-        ASSERT_EQ(vekrSHGetSize_32f(L, vekrSHRecurrence, &size), vekStsOk);
-        EXPECT_EQ(size, 2 * roundedTable(L) + 32) << L;
-    }
-}
-
-TEST(SHState, Checks)
-{
-    uint32_t size = 7;
-    EXPECT_EQ(vekrSHGetSize_32f(3, vekrSHDirect, nullptr), vekStsNullPtr);
-    EXPECT_EQ(vekrSHGetSize_32f(16, vekrSHDirect, &size), vekStsSize);
-    EXPECT_EQ(vekrSHGetSize_32f(0xFFFFFFFFu, vekrSHDirect, &size), vekStsSize);
-    EXPECT_EQ(vekrSHGetSize_32f(3, VekrSHType(2), &size), vekStsSelector);
-    EXPECT_EQ(vekrSHGetSize_32f(3, VekrSHType(-1), &size), vekStsSelector);
-    EXPECT_EQ(size, 7u);
-    EXPECT_EQ(vekrSHGetSize_32f(20, vekrSHRecurrence, &size), vekStsOk);
-
-    alignas(16) unsigned char block[64];
-    std::memset(block, 0xAB, sizeof block);
-    auto* st = reinterpret_cast<VekrSHState*>(block);
-    EXPECT_EQ(vekrSHInit_32f(nullptr, 3, vekrSHDirect), vekStsNullPtr);
-    EXPECT_EQ(vekrSHInit_32f(st, 16, vekrSHDirect), vekStsSize);
-    EXPECT_EQ(vekrSHInit_32f(st, 3, VekrSHType(2)), vekStsSelector);
-    for (unsigned char b : block) ASSERT_EQ(b, 0xAB);  // nothing written before the checks pass
-}
-
 TEST(SHState, DirectStateWritesSixteenBytes)
 {
     alignas(16) unsigned char block[32];

@@ -39,45 +39,6 @@ int64_t expectedPerThread(int64_t w, int64_t h, int64_t d, int mode)
 
 }  // namespace
 
-TEST(VolumeBufSize, CheckOrder)
-{
-    int size = -1;
-    EXPECT_EQ(vekrResizeGetBufSize(&kGood, &kGood, 1, 1, nullptr), vekStsNullPtr);
-    VekCuboid bad = kGood;
-    bad.x = -1;
-    EXPECT_EQ(vekrResizeGetBufSize(&bad, &kGood, 3, 3, &size), vekStsSize);
-    EXPECT_EQ(vekrResizeGetBufSize(&kGood, &bad, 3, 3, &size), vekStsSize);
-    for (int field = 0; field < 6; ++field) {
-        VekCuboid c = kGood;
-        int* f[6] = {&c.x, &c.y, &c.z, &c.width, &c.height, &c.depth};
-        *f[field] = field < 3 ? -1 : 0;
-        EXPECT_EQ(vekrResizeGetBufSize(&kGood, &c, 1, 1, &size), vekStsSize) << field;
-        EXPECT_EQ(vekrWarpAffineGetBufSize(&c, &kGood, 1, 1, &size), vekStsSize) << field;
-    }
-    EXPECT_EQ(vekrResizeGetBufSize(&kGood, &kGood, 3, 3, &size), vekStsChannelCount);
-    EXPECT_EQ(vekrResizeGetBufSize(&kGood, &kGood, 1, 3, &size), vekStsInterpolation);
-    for (int mode : {0, 3, 8, -1})
-        EXPECT_EQ(vekrWarpAffineGetBufSize(&kGood, &kGood, 1, mode, &size), vekStsInterpolation);
-    EXPECT_EQ(size, -1);  // nothing written on failure
-}
-
-TEST(VolumeBufSize, Formula)
-{
-    int size = 0;
-    const int threads = ownGetNumThreads();
-    const VekCuboid one{0, 0, 0, 1, 1, 1};
-    ASSERT_EQ(vekrResizeGetBufSize(&kGood, &one, 1, 1, &size), vekStsOk);
-    EXPECT_EQ(size, 256 * threads);
-    for (int mode : {1, 2, 4, 5, 6, 7})
-        for (VekCuboid d : {VekCuboid{0, 0, 0, 1, 1, 1}, VekCuboid{3, 4, 5, 17, 63, 64},
-                            VekCuboid{0, 0, 0, 384, 384, 384}, VekCuboid{1, 1, 1, 65, 129, 7}}) {
-            ASSERT_EQ(vekrResizeGetBufSize(&kGood, &d, 1, mode, &size), vekStsOk);
-            EXPECT_EQ(size, expectedPerThread(d.width, d.height, d.depth, mode) * threads);
-            ASSERT_EQ(vekrWarpAffineGetBufSize(&kGood, &d, 1, mode, &size), vekStsOk);
-            EXPECT_EQ(size, 0);
-        }
-}
-
 TEST(VolumeBufSize, FollowsThreadCount)
 {
     const int saved = omp_get_max_threads();
@@ -91,12 +52,6 @@ TEST(VolumeBufSize, FollowsThreadCount)
     ASSERT_EQ(vekrResizeGetBufSize(&kGood, &d, 1, 6, &two), vekStsOk);
     omp_set_num_threads(saved);
     EXPECT_EQ(int64_t{one} * t2, int64_t{two} * t1);
-}
-
-TEST(VolumeModes, Valid)
-{
-    for (int m = -2; m < 10; ++m)
-        EXPECT_EQ(validMode(m), m == 1 || m == 2 || (m >= 4 && m <= 7)) << m;
 }
 
 TEST(VolumeKernels, AtZeroFraction)

@@ -190,39 +190,6 @@ TEST(Remap, RegionOneVoxelWideAtTheOrigin)
     EXPECT_TRUE(got == want);
 }
 
-TEST(Remap, ChecksInOrder)
-{
-    Slices<uint8_t> src(8, 8, 8), dst(8, 8, 8);
-    dst.fill([] { return uint8_t{5}; });
-    const VekVolumeSize vs = src.size(), roi{8, 8, 8};
-    Maps m(roi);
-    const VekCuboid sv{0, 0, 0, 8, 8, 8};
-    auto call = [&](const uint8_t* const* s, const float* const* mx, const float* const* my,
-                    const float* const* mz, uint8_t* const* d, VekVolumeSize v, VekCuboid a,
-                    VekVolumeSize r, int mode) {
-        return vekrRemap_8u_C1PV(s, &v, src.step(), &a, mx, my, mz, m.x.step(), d, dst.step(), &r, mode);
-    };
-    const float* const* mx = m.x.cslices();
-    const float* const* my = m.y.cslices();
-    const float* const* mz = m.z.cslices();
-    const VekVolumeSize bad{8, 8, 0};
-    EXPECT_EQ(call(nullptr, mx, my, mz, dst.slices(), bad, sv, bad, 3), vekStsNullPtr);
-    EXPECT_EQ(call(src.cslices(), mx, my, mz, nullptr, bad, sv, bad, 3), vekStsNullPtr);
-    EXPECT_EQ(call(src.cslices(), nullptr, my, mz, dst.slices(), bad, sv, bad, 3), vekStsNullPtr);
-    EXPECT_EQ(call(src.cslices(), mx, nullptr, mz, dst.slices(), bad, sv, bad, 3), vekStsNullPtr);
-    EXPECT_EQ(call(src.cslices(), mx, my, nullptr, dst.slices(), bad, sv, bad, 3), vekStsNullPtr);
-    EXPECT_EQ(call(src.cslices(), mx, my, mz, dst.slices(), bad, sv, roi, 3), vekStsSize);
-    EXPECT_EQ(call(src.cslices(), mx, my, mz, dst.slices(), vs, VekCuboid{0, 0, 0, 8, -1, 8}, roi, 3), vekStsSize);
-    EXPECT_EQ(call(src.cslices(), mx, my, mz, dst.slices(), vs, sv, bad, 3), vekStsSize);
-    EXPECT_EQ(call(src.cslices(), mx, my, mz, dst.slices(), vs, VekCuboid{9, 0, 0, 8, 8, 8}, roi, 3),
-              vekStsInterpolation);
-    EXPECT_EQ(call(src.cslices(), mx, my, mz, dst.slices(), vs, VekCuboid{9, 0, 0, 8, 8, 8}, roi, 1),
-              vekStsVoiOutside);
-    for (int z = 0; z < 8; ++z)
-        for (int y = 0; y < 8; ++y)
-            for (int x = 0; x < 8; ++x) ASSERT_EQ(dst.at(x, y, z), 5) << "a refused call wrote";
-}
-
 TEST(Remap, SmallSourceDowngradesTheMode)
 {
     std::mt19937 rng(33);
