@@ -21,16 +21,6 @@ std::vector<uint32_t> keysOf(const std::vector<float>& v)
     return k;
 }
 
-TEST(KDTreeSort, KeysOrderLikeFloats)
-{
-    const float v[] = {-std::numeric_limits<float>::infinity(), -3.5f, -1e-30f, 0.0f, 1e-38f, 2.0f,
-                       std::numeric_limits<float>::max()};
-    for (size_t i = 0; i + 1 < sizeof v / sizeof v[0]; ++i) {
-        EXPECT_LT(floatKey(v[i]), floatKey(v[i + 1]));
-        EXPECT_EQ(keyFloat(floatKey(v[i])), v[i]);
-    }
-}
-
 TEST(KDTreeSort, AllSortsMatchStdSort)
 {
     std::mt19937 rng(5);

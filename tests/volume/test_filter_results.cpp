@@ -310,23 +310,4 @@ TEST(FilterCubes, SaturatesAtBothEnds)
     }
 }
 
-TEST(FilterGeneral, IdentityKernelCopiesTheBlock)
-{
-    std::mt19937 rng(18);
-    FilterCase c;
-    c.roi = {23, 4, 3};
-    c.ks = {1, 1, 1};
-    c.kernel = {1};
-    BorderedSource src(c);
-    fillRandom(src, rng);
-    PaddedDest dst(c.roi, 1);
-    WorkBuffer buf(c, 7);
-    ASSERT_EQ(vekrFilter_16s_C1PV(src.slices(), src.step(), dst.slices(), dst.step(), &c.roi,
-                                  c.kernel.data(), &c.ks, c.anchor, 1, buf.data),
-              vekStsOk);
-    for (int z = 0; z < 3; ++z)
-        for (int y = 0; y < 4; ++y)
-            for (int x = 0; x < 23; ++x) ASSERT_EQ(dst.at(x, y, z), src.at(x, y, z));
-}
-
 }  // namespace

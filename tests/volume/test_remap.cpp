@@ -116,26 +116,6 @@ TEST(Remap, MatchesPerVoxelReferenceForEveryModeAndType)
     checkAllModes<float>(rng);
 }
 
-TEST(Remap, IdentityMapsCopyTheBlock)
-{
-    std::mt19937 rng(32);
-    Slices<uint16_t> src(10, 9, 8);
-    src.fill([&] { return vekr::test::randomValue<uint16_t>(rng); });
-    const VekVolumeSize roi{10, 9, 8};
-    Maps m(roi);
-    for (int k = 0; k < 8; ++k)
-        for (int j = 0; j < 9; ++j)
-            for (int i = 0; i < 10; ++i) m.set(i, j, k, float(i), float(j), float(k));
-    for (int mode : {1, 2, 4, 6}) {
-        Slices<uint16_t> dst(10, 9, 8);
-        ASSERT_EQ(remapCall(src, VekCuboid{0, 0, 0, 10, 9, 8}, m, dst, roi, mode), vekStsOk);
-        for (int k = 0; k < 8; ++k)
-            for (int j = 0; j < 9; ++j)
-                for (int i = 0; i < 10; ++i)
-                    ASSERT_EQ(dst.at(i, j, k), src.at(i, j, k)) << "mode " << mode;
-    }
-}
-
 TEST(Remap, BoundsInFloatTiesToEvenAndNaN)
 {
     Slices<float> src(8, 4, 4);

@@ -218,40 +218,6 @@ TEST(VolumeResize, WideRowsMatchReference)
         }
 }
 
-TEST(VolumeResize, IdentityForInterpolatingModes)
-{
-    const Dense<float> f = randomVolume<float>(13, 8, 6, 9);
-    const Dense<uint16_t> u = randomVolume<uint16_t>(13, 8, 6, 10);
-    for (int mode : {1, 2, 4, 6}) {
-        Call c{{0, 0, 0, 13, 8, 6}, {0, 0, 0, 13, 8, 6}, {1, 1, 1}, {0, 0, 0}, mode};
-        for (bool block : {true, false}) {
-            VekStatus st;
-            EXPECT_EQ(runResize(f, Dense<float>(13, 8, 6), c, block, st).data, f.data) << mode;
-            EXPECT_EQ(st, vekStsOk);
-            EXPECT_EQ(runResize(u, Dense<uint16_t>(13, 8, 6), c, block, st).data, u.data) << mode;
-        }
-    }
-    // The smoothing kernels blur.
-    Call c{{0, 0, 0, 13, 8, 6}, {0, 0, 0, 13, 8, 6}, {1, 1, 1}, {0, 0, 0}, 5};
-    VekStatus st;
-    EXPECT_NE(runResize(f, Dense<float>(13, 8, 6), c, true, st).data, f.data);
-}
-
-TEST(VolumeResize, NearestSliceCopyAndColumns)
-{
-    const Dense<uint8_t> src = randomVolume<uint8_t>(6, 5, 4, 11);
-    Call c{{0, 0, 0, 6, 5, 4}, {0, 0, 0, 12, 5, 12}, {2, 1, 3}, {0, 0, 0}, 1};
-    for (bool block : {true, false}) {
-        VekStatus st;
-        const Dense<uint8_t> got = runResize(src, Dense<uint8_t>(12, 5, 12), c, block, st);
-        ASSERT_EQ(st, vekStsOk);
-        for (int z = 0; z < 12; ++z)
-            for (int y = 0; y < 5; ++y)
-                for (int x = 0; x < 12; ++x)
-                    ASSERT_EQ(got.at(x, y, z), src.at(x / 2, y, z / 3)) << x << " " << y << " " << z;
-    }
-}
-
 TEST(VolumeResize, IntegerSaturation)
 {
     // A step edge overshoots with the negative-lobe kernels.

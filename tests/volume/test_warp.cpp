@@ -102,61 +102,6 @@ TEST(WarpAffine, MatchesPerVoxelReferenceForEveryModeAndType)
     checkAllModes<float>(rng);
 }
 
-TEST(WarpAffine, IdentityCopiesTheRegionAndLeavesTheRest)
-{
-    std::mt19937 rng(22);
-    Slices<float> src(12, 11, 10);
-    src.fill([&] { return vekr::test::randomValue<float>(rng); });
-    const VekCuboid sv{2, 3, 1, 8, 6, 7};
-    const VekCuboid dv{0, 0, 0, 12, 11, 10};
-    const double id[3][4] = {{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}};
-    // The interpolating modes reproduce the samples; the smoothing cubics
-    // (5 and 7) blend neighbours even at integer positions and are checked
-    // against the reference above.
-    for (int mode : {1, 2, 4, 6}) {
-        Slices<float> dst(12, 11, 10);
-        dst.fill([] { return -1.0f; });
-        ASSERT_EQ(warp(src, sv, dst, dv, id, mode), vekStsOk);
-        for (int z = 0; z < 10; ++z)
-            for (int y = 0; y < 11; ++y)
-                for (int x = 0; x < 12; ++x) {
-                    const bool in = x >= 2 && x < 10 && y >= 3 && y < 9 && z >= 1 && z < 8;
-                    ASSERT_EQ(dst.at(x, y, z), in ? src.at(x, y, z) : -1.0f)
-                        << "mode " << mode << " at " << x << "," << y << "," << z;
-                }
-    }
-}
-
-TEST(WarpAffine, DegenerateTestsAreTheStatedOnes)
-{
-    using vekr::volume::degenerateAffine;
-    const double diagTiny[3][4] = {{1e-101, 1, 0, 0}, {1, -1e-101, 0, 0}, {0, 1, 0, 0}};
-    EXPECT_TRUE(degenerateAffine(diagTiny));
-    const double oneDiag[3][4] = {{1e-99, 1, 0, 0}, {1, 0, 0, 0}, {0, 1, 0, 1}};
-    EXPECT_FALSE(degenerateAffine(oneDiag));  // only the diagonal is small
-    // First minor vanishes but the second does not: passes.
-    const double firstOnly[3][4] = {{1, 0, 0, 0}, {1, 2, 4, 0}, {3, 1, 2, 0}};
-    EXPECT_FALSE(degenerateAffine(firstOnly));
-    // The magnitude floor: a = 0 uses |b| alone.
-    const double floorCase[3][4] = {{1, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 1, 0}};
-    EXPECT_TRUE(degenerateAffine(floorCase));
-}
-
-TEST(WarpAffine, InverseByAdjugate)
-{
-    const double c[3][4] = {{0.9, -0.3, 0.2, 4}, {0.35, 1.1, -0.1, -2}, {0.05, 0.2, 0.95, 1.5}};
-    const vekr::volume::AffineInverse inv = vekr::volume::invertAffine(c);
-    // inverse(forward(p)) = p for a few points.
-    const double pts[3][3] = {{0, 0, 0}, {1, 2, 3}, {-5, 7, 11}};
-    for (const auto& p : pts) {
-        double q[3], r[3];
-        for (int i = 0; i < 3; ++i) q[i] = c[i][0] * p[0] + c[i][1] * p[1] + c[i][2] * p[2] + c[i][3];
-        for (int i = 0; i < 3; ++i)
-            r[i] = inv.m[4 * i] * q[0] + inv.m[4 * i + 1] * q[1] + inv.m[4 * i + 2] * q[2] + inv.m[4 * i + 3];
-        for (int i = 0; i < 3; ++i) EXPECT_NEAR(r[i], p[i], 1e-12);
-    }
-}
-
 TEST(WarpAffine, SmallSourceDowngradesTheMode)
 {
     std::mt19937 rng(23);
@@ -241,20 +186,6 @@ TEST(WarpAffine, ThreadedSlabsEqualTheSerialRun)
         EXPECT_TRUE(one == two) << "mode " << mode;
     }
     omp_set_num_threads(saved);
-}
-
-TEST(CubicTables, SamplesOfTheKernels)
-{
-    for (int mode = 4; mode <= 7; ++mode) {
-        const float* t = vekr::volume::cubicTable(mode);
-        for (int j = 201; j < vekr::volume::kCubicTableSize; ++j) EXPECT_EQ(t[j], 0.0f);
-        EXPECT_NEAR(t[200], 0.0f, 1e-7);
-        for (int j = 0; j <= 200; ++j)
-            EXPECT_NEAR(t[j], vekr::volume::cubicKernel(mode, j / 100.0), 1e-7);
-    }
-    EXPECT_EQ(vekr::volume::cubicTable(4)[0], 1.0f);
-    EXPECT_NEAR(vekr::volume::cubicTable(5)[100], 1.0 / 6.0, 1e-7);
-    EXPECT_NEAR(vekr::volume::cubicTable(7)[0], 5.0 / 6.0, 1e-7);
 }
 
 }  // namespace
