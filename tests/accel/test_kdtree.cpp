@@ -132,6 +132,45 @@ std::vector<char> bytesOnThreads(const Mesh& m, const VekrKDTreeBuildParams& p, 
     return out;
 }
 
+// Size and FNV-1a hash of every row's tree, recorded from the build.
+struct Recorded {
+    const char* name;
+    int size;
+    uint64_t hash;
+};
+const Recorded kRecorded[] = {
+        {"soup0_depth0", 16, 0x15b8d49a44b74128ull},
+        {"soup0_depth6", 16, 0x15b8d49a44b74128ull},
+        {"soup0_depth50", 16, 0x15b8d49a44b74128ull},
+        {"soup1_depth0", 16, 0x0002b78f387d8892ull},
+        {"soup1_depth6", 16, 0x0002b78f387d8892ull},
+        {"soup1_depth50", 16, 0x0002b78f387d8892ull},
+        {"soup3_depth0", 16, 0x9cfd29d7b3b2e90cull},
+        {"soup3_depth6", 16, 0x9cfd29d7b3b2e90cull},
+        {"soup3_depth50", 16, 0x9cfd29d7b3b2e90cull},
+        {"soup20_depth0", 96, 0xd4cbcfbf15ab155cull},
+        {"soup20_depth6", 112, 0x0fb295a0122ad6e3ull},
+        {"soup20_depth50", 112, 0x0fb295a0122ad6e3ull},
+        {"soup76_depth0", 320, 0xef536c575b0e6064ull},
+        {"soup76_depth6", 648, 0x88062b4fdbe5fe09ull},
+        {"soup76_depth50", 648, 0x88062b4fdbe5fe09ull},
+        {"soup400_depth0", 1616, 0x73371b6f36286e53ull},
+        {"soup400_depth6", 2956, 0x1f071f101a248953ull},
+        {"soup400_depth50", 3148, 0xb8b17ae7a9fac20bull},
+        {"soup2500_depth0", 10016, 0x78da4f3144e7375bull},
+        {"soup2500_depth6", 17488, 0x63c58034d1f93b4cull},
+        {"soup2500_depth50", 32640, 0xbf6c0d3e62c2a101ull},
+        {"soup1500_loose", 94836, 0xb2422e28f327ab0bull},
+        {"soup1500_half", 17560, 0xa67133c4e82d81c9ull},
+        {"soup2000_region", 5960, 0xb2c8f7423df00c57ull},
+        {"squares", 2296, 0x27087276e5423ba0ull},
+        {"squares_depth9", 2552, 0x4be83e40f0ad97b4ull},
+        {"needles76", 320, 0xef536c575b0e6064ull},
+        {"needles75", 428, 0xb02db7c946c35786ull},
+        {"bunny", 1030900, 0xb63a7f5e7d1a3a7eull},
+        {"bunny_region", 108504, 0x54cefd5093f99a3dull},
+};
+
 class KDTreeBuild : public testing::TestWithParam<BuildCase> {};
 
 TEST_P(KDTreeBuild, CompleteWithinDepthBudgetAndThreadCount)
@@ -150,6 +189,13 @@ TEST_P(KDTreeBuild, CompleteWithinDepthBudgetAndThreadCount)
     const VekrBox3D* r = c.region ? &region : nullptr;
     const Built b = build(counted, c.depth, c.threshold, 512, r);
     expectValid(counted, b, c.depth, r);
+    // The exact tree this build makes, recorded: any change of a split
+    // decision, a tie rule or a constant shows here.
+    uint64_t hash = 1469598103934665603ull;
+    for (char ch : b.bytes) hash = (hash ^ uint8_t(ch)) * 1099511628211ull;
+    const Recorded* rec = std::find_if(std::begin(kRecorded), std::end(kRecorded), [&](const Recorded& r) { return c.name == r.name; });
+    ASSERT_NE(rec, std::end(kRecorded));
+    EXPECT_TRUE(b.size == rec->size && hash == rec->hash) << std::hex << hash << std::dec << " " << b.size;
     if (c.region) {  // triangles wholly outside the region appear nowhere
         const kdcheck::Walk w = kdcheck::walkTree(b.root(), b.size);
         const double rl[3] = {region.minX, region.minY, region.minZ}, rh[3] = {region.maxX, region.maxY, region.maxZ};

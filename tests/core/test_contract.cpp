@@ -12,11 +12,12 @@
 #include <vector>
 
 #include "testutil.h"
+#include "volume_calls.h"
 #include "vekr.h"
 
 namespace {
 
-using vekr::test::Aligned;
+using namespace vekr::test;
 const float kNaN = std::numeric_limits<float>::quiet_NaN();
 const double kDNaN = std::numeric_limits<double>::quiet_NaN();
 
@@ -268,34 +269,6 @@ std::vector<Row> shRows()
 
 // ---- volumes ---------------------------------------------------------------------------
 
-// The typed exports behind one overloaded name, so one set of rows serves every type.
-#define VEKR_VOLUME_OVERLOADS(T, S)                                                                          \
-    VekStatus resizeV(const T* s, const VekVolumeSize* v, int ss, int sp, const VekCuboid* sv, T* d, int ds, \
-                      int dp, const VekCuboid* dv, const double f[6], int m, uint8_t* b)                    \
-    {                                                                                                         \
-        return vekrResize_##S##_C1V(s, v, ss, sp, sv, d, ds, dp, dv, f[0], f[1], f[2], f[3], f[4], f[5], m, b); \
-    }                                                                                                         \
-    VekStatus resizePV(const T* const* s, const VekVolumeSize* v, int ss, const VekCuboid* sv, T* const* d,   \
-                       int ds, const VekCuboid* dv, const double f[6], int m, uint8_t* b)                    \
-    {                                                                                                         \
-        return vekrResize_##S##_C1PV(s, v, ss, sv, d, ds, dv, f[0], f[1], f[2], f[3], f[4], f[5], m, b);   \
-    }                                                                                                         \
-    VekStatus warp(const T* const* s, const VekVolumeSize* v, int ss, const VekCuboid* sv, T* const* d,       \
-                   int ds, const VekCuboid* dv, const double c[3][4], int m)                                  \
-    {                                                                                                         \
-        return vekrWarpAffine_##S##_C1PV(s, v, ss, sv, d, ds, dv, c, m);                                    \
-    }                                                                                                         \
-    VekStatus remap(const T* const* s, const VekVolumeSize* v, int ss, const VekCuboid* sv,                   \
-                    const float* const* mx, const float* const* my, const float* const* mz, int ms,          \
-                    T* const* d, int ds, const VekVolumeSize* r, int m)                                       \
-    {                                                                                                         \
-        return vekrRemap_##S##_C1PV(s, v, ss, sv, mx, my, mz, ms, d, ds, r, m);                             \
-    }
-VEKR_VOLUME_OVERLOADS(uint8_t, 8u)
-VEKR_VOLUME_OVERLOADS(uint16_t, 16u)
-VEKR_VOLUME_OVERLOADS(float, 32f)
-#undef VEKR_VOLUME_OVERLOADS
-
 // One call of a volume function with every argument valid (8^3 volumes), to be
 // spoiled by one field before the call.
 template <class T>
@@ -323,14 +296,14 @@ struct VolumeCall {
     VekStatus resize(bool planar) const
     {
         if (planar)
-            return resizePV(nullSrc ? nullptr : src, &vol, step, &srcVoi, nullDst ? nullptr : dst, step, &dstVoi, f,
-                            mode, nullBuf ? nullptr : buffer);
+            return resizePV(nullSrc ? nullptr : src, &vol, step, &srcVoi, nullDst ? nullptr : dst, step, &dstVoi, f[0],
+                            f[1], f[2], f[3], f[4], f[5], mode, nullBuf ? nullptr : buffer);
         return resizeV(nullSrc ? nullptr : src[0], &vol, step, 8 * step, &srcVoi, nullDst ? nullptr : dst[0], step,
-                       8 * step, &dstVoi, f, mode, nullBuf ? nullptr : buffer);
+                       8 * step, &dstVoi, f[0], f[1], f[2], f[3], f[4], f[5], mode, nullBuf ? nullptr : buffer);
     }
     VekStatus warpCall() const
     {
-        return warp(nullSrc ? nullptr : src, &vol, step, &srcVoi, nullDst ? nullptr : dst, step, &dstVoi, c, mode);
+        return warpAffine(nullSrc ? nullptr : src, &vol, step, &srcVoi, nullDst ? nullptr : dst, step, &dstVoi, c, mode);
     }
     VekStatus remapCall() const
     {

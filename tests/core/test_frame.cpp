@@ -30,25 +30,6 @@ TEST(Version, FieldsAndPointerIdentity)
     EXPECT_STREQ(v->buildDate, "Sep 29 2009");
 }
 
-TEST(Alloc, CountRule)
-{
-    EXPECT_EQ(vekr::malloc32(0), nullptr);
-    EXPECT_EQ(vekr::malloc32(-5), nullptr);
-    EXPECT_EQ(vekr::malloc64(0), nullptr);
-    EXPECT_EQ(vekr::malloc64(-1), nullptr);
-    void* a = vekr::malloc32(3);
-    void* b = vekr::malloc64(3);
-    ASSERT_NE(a, nullptr);
-    ASSERT_NE(b, nullptr);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(a) % 64, 0u);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(b) % 64, 0u);
-    std::memset(a, 1, 12);
-    std::memset(b, 1, 24);
-    vekr::freeBlock(a);
-    vekr::freeBlock(b);
-    vekr::freeBlock(nullptr);
-}
-
 TEST(Parallel, PartitionsCoverTheRangeOnce)
 {
     for (int count : {0, 1, 5, 16, 17, 100}) {
@@ -77,18 +58,6 @@ TEST(Parallel, PartitionsCoverTheRangeOnce)
     // The static schedule gives the first threads one more: 6, 6, 5.
     EXPECT_EQ(vekr::staticBlock(17, 1, 3).begin, 6);
     EXPECT_EQ(vekr::staticBlock(17, 2, 3).end, 17);
-}
-
-TEST(Parallel, RegionUsesGrantedTeam)
-{
-    std::vector<int> out(1000, 0);
-    std::atomic<int> teams{0};
-    vekr::parallelFor(2, 1000, vekr::lastTakesRest, [&](int b, int e, int, int team) {
-        teams = team;
-        for (int i = b; i < e; ++i) out[i] = i * 2;
-    });
-    for (int i = 0; i < 1000; ++i) ASSERT_EQ(out[i], i * 2);
-    EXPECT_GE(teams.load(), 1);
 }
 
 TEST(Parallel, SerializedInsideActiveRegion)

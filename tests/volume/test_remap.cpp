@@ -8,6 +8,7 @@
 #include <limits>
 #include <random>
 
+#include "volume_calls.h"
 #include "volumes.h"
 
 namespace {
@@ -26,26 +27,12 @@ struct Maps {
     }
 };
 
-VekStatus remapCall(const Slices<uint8_t>& s, const VekCuboid& sv, const Maps& m, Slices<uint8_t>& d,
-                    VekVolumeSize roi, int mode)
+template <class T>
+VekStatus remapCall(const Slices<T>& s, const VekCuboid& sv, const Maps& m, Slices<T>& d, VekVolumeSize roi, int mode)
 {
-    auto sz = s.size();
-    return vekrRemap_8u_C1PV(s.cslices(), &sz, s.step(), &sv, m.x.cslices(), m.y.cslices(),
-                             m.z.cslices(), m.x.step(), d.slices(), d.step(), &roi, mode);
-}
-VekStatus remapCall(const Slices<uint16_t>& s, const VekCuboid& sv, const Maps& m,
-                    Slices<uint16_t>& d, VekVolumeSize roi, int mode)
-{
-    auto sz = s.size();
-    return vekrRemap_16u_C1PV(s.cslices(), &sz, s.step(), &sv, m.x.cslices(), m.y.cslices(),
-                              m.z.cslices(), m.x.step(), d.slices(), d.step(), &roi, mode);
-}
-VekStatus remapCall(const Slices<float>& s, const VekCuboid& sv, const Maps& m, Slices<float>& d,
-                    VekVolumeSize roi, int mode)
-{
-    auto sz = s.size();
-    return vekrRemap_32f_C1PV(s.cslices(), &sz, s.step(), &sv, m.x.cslices(), m.y.cslices(),
-                              m.z.cslices(), m.x.step(), d.slices(), d.step(), &roi, mode);
+    const VekVolumeSize sz = s.size();
+    return vekr::test::remap(s.cslices(), &sz, s.step(), &sv, m.x.cslices(), m.y.cslices(), m.z.cslices(), m.x.step(),
+                             d.slices(), d.step(), &roi, mode);
 }
 
 template <class T>

@@ -14,6 +14,7 @@
 
 #include "resize_reference.h"
 #include "testutil.h"
+#include "volume_calls.h"
 #include "vekr.h"
 
 using vekr::test::Box;
@@ -82,41 +83,18 @@ struct Call {
     int mode;
 };
 
-VekStatus callV(const uint8_t* s, const VekVolumeSize* vs, int ss, int sp, const VekCuboid* sv,
-                uint8_t* d, int ds, int dp, const VekCuboid* dv, const Call& c, uint8_t* b)
+template <class T>
+VekStatus callV(const T* s, const VekVolumeSize* vs, int ss, int sp, const VekCuboid* sv, T* d, int ds, int dp,
+                const VekCuboid* dv, const Call& c, uint8_t* b)
 {
-    return vekrResize_8u_C1V(s, vs, ss, sp, sv, d, ds, dp, dv, c.f[0], c.f[1], c.f[2], c.sh[0],
-                             c.sh[1], c.sh[2], c.mode, b);
+    return vekr::test::resizeV(s, vs, ss, sp, sv, d, ds, dp, dv, c.f[0], c.f[1], c.f[2], c.sh[0], c.sh[1], c.sh[2],
+                               c.mode, b);
 }
-VekStatus callV(const uint16_t* s, const VekVolumeSize* vs, int ss, int sp, const VekCuboid* sv,
-                uint16_t* d, int ds, int dp, const VekCuboid* dv, const Call& c, uint8_t* b)
+template <class T>
+VekStatus callPV(const T* const* s, const VekVolumeSize* vs, int ss, const VekCuboid* sv, T* const* d, int ds,
+                 const VekCuboid* dv, const Call& c, uint8_t* b)
 {
-    return vekrResize_16u_C1V(s, vs, ss, sp, sv, d, ds, dp, dv, c.f[0], c.f[1], c.f[2], c.sh[0],
-                              c.sh[1], c.sh[2], c.mode, b);
-}
-VekStatus callV(const float* s, const VekVolumeSize* vs, int ss, int sp, const VekCuboid* sv,
-                float* d, int ds, int dp, const VekCuboid* dv, const Call& c, uint8_t* b)
-{
-    return vekrResize_32f_C1V(s, vs, ss, sp, sv, d, ds, dp, dv, c.f[0], c.f[1], c.f[2], c.sh[0],
-                              c.sh[1], c.sh[2], c.mode, b);
-}
-VekStatus callPV(const uint8_t* const* s, const VekVolumeSize* vs, int ss, const VekCuboid* sv,
-                 uint8_t* const* d, int ds, const VekCuboid* dv, const Call& c, uint8_t* b)
-{
-    return vekrResize_8u_C1PV(s, vs, ss, sv, d, ds, dv, c.f[0], c.f[1], c.f[2], c.sh[0], c.sh[1],
-                              c.sh[2], c.mode, b);
-}
-VekStatus callPV(const uint16_t* const* s, const VekVolumeSize* vs, int ss, const VekCuboid* sv,
-                 uint16_t* const* d, int ds, const VekCuboid* dv, const Call& c, uint8_t* b)
-{
-    return vekrResize_16u_C1PV(s, vs, ss, sv, d, ds, dv, c.f[0], c.f[1], c.f[2], c.sh[0], c.sh[1],
-                               c.sh[2], c.mode, b);
-}
-VekStatus callPV(const float* const* s, const VekVolumeSize* vs, int ss, const VekCuboid* sv,
-                 float* const* d, int ds, const VekCuboid* dv, const Call& c, uint8_t* b)
-{
-    return vekrResize_32f_C1PV(s, vs, ss, sv, d, ds, dv, c.f[0], c.f[1], c.f[2], c.sh[0], c.sh[1],
-                               c.sh[2], c.mode, b);
+    return vekr::test::resizePV(s, vs, ss, sv, d, ds, dv, c.f[0], c.f[1], c.f[2], c.sh[0], c.sh[1], c.sh[2], c.mode, b);
 }
 
 // The work buffer: exactly the queried size, placed at an odd offset so the

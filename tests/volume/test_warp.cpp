@@ -8,6 +8,7 @@
 #include <random>
 
 #include "volume/warp.h"
+#include "volume_calls.h"
 #include "volumes.h"
 
 namespace {
@@ -15,23 +16,11 @@ namespace {
 using vekr::test::Box;
 using vekr::test::Slices;
 
-VekStatus warp(const Slices<uint8_t>& s, const VekCuboid& sv, Slices<uint8_t>& d, const VekCuboid& dv,
-               const double c[3][4], int mode)
+template <class T>
+VekStatus warp(const Slices<T>& s, const VekCuboid& sv, Slices<T>& d, const VekCuboid& dv, const double c[3][4], int mode)
 {
-    auto sz = s.size();
-    return vekrWarpAffine_8u_C1PV(s.cslices(), &sz, s.step(), &sv, d.slices(), d.step(), &dv, c, mode);
-}
-VekStatus warp(const Slices<uint16_t>& s, const VekCuboid& sv, Slices<uint16_t>& d,
-               const VekCuboid& dv, const double c[3][4], int mode)
-{
-    auto sz = s.size();
-    return vekrWarpAffine_16u_C1PV(s.cslices(), &sz, s.step(), &sv, d.slices(), d.step(), &dv, c, mode);
-}
-VekStatus warp(const Slices<float>& s, const VekCuboid& sv, Slices<float>& d, const VekCuboid& dv,
-               const double c[3][4], int mode)
-{
-    auto sz = s.size();
-    return vekrWarpAffine_32f_C1PV(s.cslices(), &sz, s.step(), &sv, d.slices(), d.step(), &dv, c, mode);
+    const VekVolumeSize sz = s.size();
+    return vekr::test::warpAffine(s.cslices(), &sz, s.step(), &sv, d.slices(), d.step(), &dv, c, mode);
 }
 
 // Walks the destination box exactly as stated: the point formed at the start
