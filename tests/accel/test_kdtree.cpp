@@ -171,6 +171,8 @@ const Recorded kRecorded[] = {
         {"bunny_region", 108504, 0x54cefd5093f99a3dull},
 };
 
+void PrintTo(const BuildCase& c, std::ostream* os) { *os << c.name; }
+
 class KDTreeBuild : public testing::TestWithParam<BuildCase> {};
 
 TEST_P(KDTreeBuild, CompleteWithinDepthBudgetAndThreadCount)
@@ -254,6 +256,33 @@ TEST(KDTreeBudget, StatusAtEachBoundary)
             EXPECT_TRUE(tree == nullptr && size == -1);
         }
         vekrKDTreeFree(tree);
+    }
+}
+
+// A leaf of three triangles is packed when its index gaps fit 15 and 16
+// bits; otherwise it is listed.  The region keeps only the three chosen
+// triangles of a long mesh, so the root leaf holds exactly them.
+TEST(KDTreeBuild, PackedLeafGapsAtTheirLimits)
+{
+    struct Row {
+        int lowGap, highGap;
+        bool packed;
+    };
+    for (const Row& row : {Row{32767, 65535, true}, Row{32768, 1, false}, Row{1, 65536, false}, Row{0x7FFF, 1, true}}) {
+        const int lo = 5, n = lo + row.lowGap + row.highGap + 1;
+        Mesh m;
+        for (int t = 0; t < n; ++t) {
+            const bool kept = t == lo || t == lo + row.lowGap || t == lo + row.lowGap + row.highGap;
+            const float x = kept ? 0.0f : 10.0f;
+            m.vertices.insert(m.vertices.end(), {x, 0, 0, x + 1, 0, 0, x, 1, 0});
+            m.triangles.insert(m.triangles.end(), {3 * t, 3 * t + 1, 3 * t + 2, 0});
+        }
+        const VekrBox3D region{-1, -1, -1, 2, 2, 1};
+        const Built b = build(m, 50, 0.0f, 512, &region);
+        ASSERT_EQ(b.status, vekStsOk);
+        EXPECT_EQ(b.root()[0].w1 < 0, row.packed) << row.lowGap << " " << row.highGap;
+        EXPECT_EQ(b.size, row.packed ? 16 : 28);
+        expectValid(m, b, 50, &region);
     }
 }
 

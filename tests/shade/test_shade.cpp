@@ -224,6 +224,8 @@ std::vector<Member> members()
     };
 }
 
+void PrintTo(const Member& m, std::ostream* os) { *os << m.name; }
+
 class Shade : public testing::TestWithParam<Member> {};
 
 TEST_P(Shade, ReferenceOnBothPathsAndThePathsAgree)

@@ -64,6 +64,8 @@ const Row kRows[] = {
     {"nearly in the plane, own origin: no hit", Fn::Own, tri(0), {-0.5f, 0, -5e-7f}, {1, 0, 1e-6f}, 1e30f, {-1}, {kKeep}},
     {"blocker inside the segment", Fn::Any, tri(1), {0.1f, 0, 0}, {0, 0, 2}, 0, {0}, {}},
     {"blocker at the end", Fn::Any, tri(1), {0.1f, 0, 0}, {0, 0, 1}, 0, {-1}, {}, true},
+    {"blocker just past the end", Fn::Any, tri(1), {0.1f, 0, 0}, {0, 0, 0.99995f}, 0, {-1}, {}},
+    {"blocker just before the end", Fn::Any, tri(1), {0.1f, 0, 0}, {0, 0, 1.00005f}, 0, {0}, {}},
     {"blocker at the start", Fn::Any, tri(0), {0.1f, 0, 0}, {0, 0, 1}, 0, {-1}, {}},
     {"mask 0 is active", Fn::Any, tri(1), {0.1f, 0, 0}, {0, 0, 2}, 0, {0}, {}},
     {"masked ray", Fn::Any, tri(1), {0.1f, 0, 0}, {0, 0, 2}, -5, {-1}, {}},
@@ -85,6 +87,8 @@ Mesh meshOf(const std::vector<float>& v)
     if (v.empty()) m.vertices = {0, 0, 0};  // the box needs a point
     return m;
 }
+
+void PrintTo(const Row& r, std::ostream* os) { *os << r.name; }
 
 class TraceEdges : public testing::TestWithParam<Row> {};
 
