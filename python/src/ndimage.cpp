@@ -7,6 +7,8 @@
 #include <cmath>
 #include <limits>
 
+#include <pybind11/stl.h>
+
 #include "common.h"
 
 namespace vekrpy {
