@@ -270,15 +270,23 @@ py::object affineTransform(py::object inputObj, py::object matrixArg, py::object
     if (!outputShape.is_none()) shape = outputShape.cast<std::vector<py::ssize_t>>();
     if (shape.size() != 3) valueError("output_shape must have 3 entries");
     Output out(output, shape, src.a);
-    out.fill(cval);
-    const Volume& dst = out.v;
-    const int n = std::min(threadCount(threads), dst.D);
     byType(src.a, [&](auto t) {
         using T = decltype(t);
         const auto ps = src.slices<const T>();
-        const auto pd = dst.slices<T>();
         const VekVolumeSize vs = src.size();
         const VekCuboid sv{0, 0, 0, src.W, src.H, src.D};
+        // The library's coefficient checks run first on a one-voxel scratch
+        // destination, so a refused matrix leaves the output untouched.
+        T probe = T();
+        T* probeSlice = &probe;
+        const VekCuboid one{0, 0, 0, 1, 1, 1};
+        check(Lib<T>::warp(ps.data(), &vs, src.step, &sv, &probeSlice, int(sizeof(T)), &one,
+                           coeffs, interp),
+              "vekrWarpAffine_C1PV");
+        out.fill(cval);
+        const Volume& dst = out.v;
+        const int n = std::min(threadCount(threads), dst.D);
+        const auto pd = dst.slices<T>();
         runParts(n, n, [&](int p) {
             const auto [z0, z1] = slab(dst.D, n, p);
             const VekCuboid dv{0, 0, z0, dst.W, dst.H, z1 - z0};
