@@ -10,11 +10,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
 
+#include "synthetic.h"
 #include "testutil.h"
 #include "vekr.h"
 #ifdef VEKR_HAVE_EMBREE
@@ -22,6 +24,7 @@
 #endif
 
 namespace {
+
 
 using Clock = std::chrono::steady_clock;
 
@@ -68,7 +71,7 @@ int main(int argc, char** argv)
         meshes.push_back({f, vekr::test::loadOff(path)});
     }
     if (std::string("bumpySphere").find(filter) != std::string::npos)
-        meshes.push_back({"bumpySphere 1M", vekr::test::bumpySphere(500, 1000)});
+        meshes.push_back({"bumpySphere 1M", vekr::bench::bumpySphere(500, 1000)});
 
     std::printf("%-16s %9s %3s %12s %12s %12s %8s %8s\n", "mesh", "tris", "thr", "vekr Mtri/s",
                 "emb-high", "emb-default", "vs-high", "vs-def");

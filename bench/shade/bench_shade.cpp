@@ -18,6 +18,7 @@
 
 #include "core/parallel.h"
 #include "core/simd.h"
+#include "synthetic.h"
 #include "testutil.h"
 #include "vekcore.h"
 #include "vekr.h"
@@ -213,7 +214,7 @@ int main(int argc, char** argv)
     }
 
     // Normals: per-ray lookups into a closed mesh of 100k triangles.
-    const vekr::test::Mesh small = vekr::test::bumpySphere(100, 500);
+    const vekr::test::Mesh small = vekr::bench::bumpySphere(100, 500);
     const int tris = small.triangleCount();
     Aligned<float> triN(3 * tris), vertN(small.vertices.size());
     Aligned<int> rec(small.triangles.size()), hit(kN), hitLong(kN), hitRandom(kN);
@@ -227,7 +228,7 @@ int main(int argc, char** argv)
     for (int i = 0; i < kN; ++i) u[i] = 0.3f, w[i] = 0.25f;
     const float* uv[2] = {u.data(), w.data()};
 
-    const vekr::test::Mesh mesh = vekr::test::bumpySphere(512, 1024);
+    const vekr::test::Mesh mesh = vekr::bench::bumpySphere(512, 1024);
     std::vector<float> meshN(3 * mesh.triangleCount());
     std::printf("vekrTriangleNormal_32f: %d triangles (copy planes stand for 16 B read, 12 B written)\n",
                 mesh.triangleCount());

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "synthetic.h"
 #include "testutil.h"
 #include "vekr.h"
 #ifdef VEKR_HAVE_EMBREE
@@ -319,6 +320,6 @@ int main(int argc, char** argv)
         }
         benchMesh(std::string(file).substr(0, std::string(file).find('.')), vekr::test::loadOff(path));
     }
-    if (only.empty() || only == "sphere") benchMesh("sphere1M", vekr::test::bumpySphere(500, 1000));
+    if (only.empty() || only == "sphere") benchMesh("sphere1M", vekr::bench::bumpySphere(500, 1000));
     return 0;
 }

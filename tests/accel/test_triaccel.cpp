@@ -93,48 +93,6 @@ TEST(TriangleAccel, NanCoordinatesTakeTheGeneralPath)
     EXPECT_EQ(fword(r, 2), 0.0f);
 }
 
-// The words must describe the triangle: every vertex satisfies the plane
-// equation, and the scaled edges give barycentric coordinates (1,0) at A,
-// (0,1) at B and (0,0) at C through the projected 2D cross products.
-TEST(TriangleAccel, RecordsDescribeRandomTriangles)
-{
-    const vekr::test::Mesh m = vekr::test::randomTriangles(2000, 7u, 0.5f);
-    const int n = m.triangleCount();
-    std::vector<VekrTriangleAccel> rec(n);
-    ASSERT_EQ(vekrTriangleAccelInit(rec.data(), m.vertices.data(), m.triangles.data(), n), vekStsOk);
-    for (int t = 0; t < n; ++t) {
-        const VekrTriangleAccel& r = rec[t];
-        const int k = (r.axes >> 4) & 3, u = (r.axes >> 2) & 3, v = r.axes & 3;
-        ASSERT_NE(k, u);
-        ASSERT_NE(k, v);
-        ASSERT_LT(u, v);
-        const float* P[3];
-        for (int i = 0; i < 3; ++i) P[i] = &m.vertices[3 * m.triangles[4 * t + i]];
-        // k is the dominant axis of the normal.
-        double e1[3], e2[3];
-        for (int i = 0; i < 3; ++i) {
-            e1[i] = double(P[0][i]) - P[2][i];
-            e2[i] = double(P[1][i]) - P[2][i];
-        }
-        const double nrm[3] = {e1[1] * e2[2] - e1[2] * e2[1], e1[2] * e2[0] - e1[0] * e2[2],
-                               e1[0] * e2[1] - e1[1] * e2[0]};
-        for (int i = 0; i < 3; ++i) EXPECT_GE(std::fabs(nrm[k]), std::fabs(nrm[i]));
-        EXPECT_EQ(r.ck, P[2][k]);
-        EXPECT_EQ(r.cu, P[2][u]);
-        EXPECT_EQ(r.cv, P[2][v]);
-        const double expectBu[3] = {1, 0, 0}, expectBv[3] = {0, 1, 0};
-        for (int i = 0; i < 3; ++i) {
-            const double du = double(P[i][u]) - r.cu, dv = double(P[i][v]) - r.cv;
-            const double plane = double(r.ck) - r.nu * du - r.nv * dv;
-            EXPECT_NEAR(plane, P[i][k], 1e-4);
-            const double bu = double(r.e2v) * du - double(r.e2u) * dv;
-            const double bv = double(r.e1u) * dv - double(r.e1v) * du;
-            EXPECT_NEAR(bu, expectBu[i], 1e-4) << "triangle " << t << " vertex " << i;
-            EXPECT_NEAR(bv, expectBv[i], 1e-4) << "triangle " << t << " vertex " << i;
-        }
-    }
-}
-
 TEST(TriangleAccel, FourthIndexIsIgnored)
 {
     const float v[9] = {0, 0, 5, 1, 0, 5, 0, 1, 5};

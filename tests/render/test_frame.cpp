@@ -90,42 +90,6 @@ render::Scene shadowScene(float reflect)
 
 }  // namespace
 
-TEST(Frame, DefaultSceneIsDrawnAndCounted)
-{
-    const render::Scene scene = render::defaultScene(1);
-    const int w = 136, h = 72;  // partial blocks at the right and bottom
-    const Rendered r = renderScene(scene, w, h, 2);
-    const render::RayFrame f = render::rayFrame(scene.camera, w, h);
-    int differ = 0;
-    for (int y = 0; y < h; ++y) {
-        for (int x = 0; x < w; ++x) {
-            float sky[3];
-            render::skyRadiance(scene.sky, f.corner[0] + x * f.stepX[0] + y * f.stepY[0],
-                                f.corner[1] + x * f.stepX[1] + y * f.stepY[1],
-                                f.corner[2] + x * f.stepX[2] + y * f.stepY[2], sky);
-            float d = 0;
-            for (int c = 0; c < 3; ++c) {
-                const float v = r.film.value(x, y, c, 1);
-                ASSERT_TRUE(std::isfinite(v) && v >= 0.0f) << x << ", " << y;
-                d += std::fabs(v - sky[c]);
-            }
-            differ += d > 0.05f;
-        }
-    }
-    EXPECT_GT(differ, w * h / 2) << "most of the picture shows the scene, not the sky";
-    // The matte sphere is blue where it faces the camera.
-    const render::DefaultSceneFacts facts = render::defaultSceneFacts();
-    int x, y;
-    pixelOf(scene, w, h, facts.matteCentre, x, y);
-    EXPECT_GT(r.film.value(x, y, 2, 1), r.film.value(x, y, 0, 1));
-    // Rays: every rounded-up block position once, shadows for each light, and
-    // mirror rays from the reflective sphere.
-    EXPECT_EQ(r.stats.primaryRays, static_cast<uint64_t>((64 + 72) * 72));
-    EXPECT_GT(r.stats.shadowRays, r.stats.primaryRays / 2);
-    EXPECT_GT(r.stats.reflectionRays, 100u);
-    EXPECT_LT(r.stats.reflectionRays, r.stats.primaryRays);
-}
-
 TEST(Frame, PictureDoesNotDependOnThreadCount)
 {
     const render::Scene scene = render::defaultScene(1);
@@ -170,28 +134,4 @@ TEST(Frame, OccluderCastsAShadow)
     const Rendered d = renderScene(dark, w, h, 1);
     EXPECT_NEAR(luminance(d.film, ux, uy), luminance(d.film, ax, ay), 0.1f * luminance(d.film, ax, ay));
     EXPECT_EQ(d.stats.shadowRays, 0u);
-}
-
-TEST(Frame, MirrorSphereShowsTheSkyAboveAndTheGroundBelow)
-{
-    const render::Scene matte = shadowScene(0.0f);
-    const render::Scene mirror = shadowScene(1.0f);
-    const int w = 128, h = 96;
-    const Rendered a = renderScene(matte, w, h, 2);
-    const Rendered b = renderScene(mirror, w, h, 2);
-    EXPECT_EQ(a.stats.reflectionRays, 0u);
-    EXPECT_GT(b.stats.reflectionRays, 200u);
-    // A fully reflective sphere reflects the blue sky near its top, where the
-    // diffuse one is grey.
-    const float top[3] = {0.0f, 1.45f, 0.2f};
-    int x, y;
-    pixelOf(mirror, w, h, top, x, y);
-    const float blueMirror = b.film.value(x, y, 2, 1) / b.film.value(x, y, 0, 1);
-    const float blueMatte = a.film.value(x, y, 2, 1) / a.film.value(x, y, 0, 1);
-    EXPECT_GT(blueMirror, 1.5f);
-    EXPECT_GT(blueMirror, 1.3f * blueMatte);
-    // Away from the sphere the two pictures agree.
-    const float far[3] = {3.0f, 0.0f, 1.0f};
-    pixelOf(mirror, w, h, far, x, y);
-    for (int c = 0; c < 3; ++c) EXPECT_EQ(a.film.value(x, y, c, 1), b.film.value(x, y, c, 1));
 }

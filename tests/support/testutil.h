@@ -1,5 +1,5 @@
 // Helpers shared by the tests and the benchmarks: aligned arrays, meshes
-// (OFF files, random triangle soups, a tessellated synthetic mesh) and the
+// (OFF files, random triangle soups, squares in shared planes) and the
 // location of the real data files fetched by scripts/fetch-data.sh.
 #pragma once
 
@@ -87,6 +87,8 @@ inline std::string dataFile(const std::string& name)
         std::ifstream f(dir + "/" + name);
         if (f.good()) return dir + "/" + name;
     }
+#else
+    (void)name;
 #endif
     return "";
 }
@@ -103,34 +105,6 @@ inline Mesh randomTriangles(int n, uint32_t seed, float size = 0.3f)
             m.vertices.insert(m.vertices.end(), {cx + off(rng), cy + off(rng), cz + off(rng)});
         }
         m.triangles.insert(m.triangles.end(), {3 * t, 3 * t + 1, 3 * t + 2, 0});
-    }
-    return m;
-}
-
-// A closed, bumpy sphere tessellated into 2 * rings * segments triangles:
-// a synthetic stand-in for a scanned mesh of any size.
-inline Mesh bumpySphere(int rings, int segments, float radius = 1.0f)
-{
-    Mesh m;
-    const double pi = 3.14159265358979323846;
-    for (int r = 0; r <= rings; ++r) {
-        const double th = pi * r / rings;
-        for (int s = 0; s < segments; ++s) {
-            const double ph = 2 * pi * s / segments;
-            const double bump = 1.0 + 0.08 * std::sin(7 * th) * std::cos(5 * ph);
-            const double rr = radius * bump;
-            m.vertices.push_back(static_cast<float>(rr * std::sin(th) * std::cos(ph)));
-            m.vertices.push_back(static_cast<float>(rr * std::sin(th) * std::sin(ph)));
-            m.vertices.push_back(static_cast<float>(rr * std::cos(th)));
-        }
-    }
-    for (int r = 0; r < rings; ++r) {
-        for (int s = 0; s < segments; ++s) {
-            const int a = r * segments + s, b = r * segments + (s + 1) % segments;
-            const int c = a + segments, d = b + segments;
-            m.triangles.insert(m.triangles.end(), {a, c, b, 0});
-            m.triangles.insert(m.triangles.end(), {b, c, d, 0});
-        }
     }
     return m;
 }
