@@ -1,6 +1,9 @@
-// Scene bounding box: min/max per axis, NaN skipping and the margin rule.
+// Scene bounding box: per-axis extremes of the vertices, NaN coordinates
+// skipped, and a margin of 1e-4 times the largest magnitude (at least
+// FLT_MIN) on every side; no vertices give the inverted box.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cfloat>
 #include <cmath>
 #include <random>
@@ -10,79 +13,38 @@
 
 namespace {
 
-TEST(BoundBox, EmptyCountWritesInvertedBox)
-{
-    const float v[3] = {1, 2, 3};
-    for (int n : {0, -7}) {
-        VekrBox3D box{};
-        ASSERT_EQ(vekrSetBoundBox_32f(v, n, &box), vekStsOk);
-        const float m = 0.0001f * FLT_MAX;
-        EXPECT_EQ(box.minX, FLT_MAX - m);
-        EXPECT_EQ(box.minZ, FLT_MAX - m);
-        EXPECT_EQ(box.maxY, -FLT_MAX + m);
-        EXPECT_GT(box.minX, box.maxX);
-    }
-}
-
-TEST(BoundBox, SingleVertexAtOrigin)
-{
-    const float v[3] = {0, 0, 0};
-    VekrBox3D box;
-    ASSERT_EQ(vekrSetBoundBox_32f(v, 1, &box), vekStsOk);
-    const float m = 0.0001f * FLT_MIN;
-    EXPECT_EQ(box.minX, -m);
-    EXPECT_EQ(box.maxZ, m);
-    EXPECT_GT(box.maxX, 0.0f);
-}
-
-TEST(BoundBox, MarginFollowsLargestCoordinate)
-{
-    const float v[3] = {100, 0, 0};
-    VekrBox3D box;
-    ASSERT_EQ(vekrSetBoundBox_32f(v, 1, &box), vekStsOk);
-    const float m = 0.0001f * 100.0f;
-    EXPECT_EQ(box.minX, 100.0f - m);
-    EXPECT_EQ(box.maxX, 100.0f + m);
-    EXPECT_EQ(box.minY, -m);
-    EXPECT_EQ(box.maxZ, m);
-}
-
-TEST(BoundBox, NaNCoordinatesAreSkipped)
+TEST(BoundBox, ExtremesPlusTheMargin)
 {
     const float nan = std::nanf("");
-    const float v[9] = {nan, 1, 2, 3, nan, -4, -1, 2, nan};
-    VekrBox3D box;
-    ASSERT_EQ(vekrSetBoundBox_32f(v, 3, &box), vekStsOk);
-    const float m = 0.0001f * 4.0f;
-    EXPECT_EQ(box.minX, -1.0f - m);
-    EXPECT_EQ(box.maxX, 3.0f + m);
-    EXPECT_EQ(box.minY, 1.0f - m);
-    EXPECT_EQ(box.maxY, 2.0f + m);
-    EXPECT_EQ(box.minZ, -4.0f - m);
-    EXPECT_EQ(box.maxZ, 2.0f + m);
-}
-
-TEST(BoundBox, RandomCloudAgainstPlainLoop)
-{
     std::mt19937 rng(7);
     std::uniform_real_distribution<float> d(-50.0f, 20.0f);
-    std::vector<float> v(3 * 1000);
-    for (float& x : v) x = d(rng);
-    VekrBox3D box;
-    ASSERT_EQ(vekrSetBoundBox_32f(v.data(), 1000, &box), vekStsOk);
-    float lo[3] = {FLT_MAX, FLT_MAX, FLT_MAX}, hi[3] = {-FLT_MAX, -FLT_MAX, -FLT_MAX};
-    float big = 0;
-    for (int i = 0; i < 1000; ++i)
+    std::vector<float> cloud(3000);
+    for (float& x : cloud) x = d(rng);
+    struct Row {
+        std::vector<float> v;
+        int count;
+    };
+    const Row rows[] = {{{1, 2, 3}, 0}, {{1, 2, 3}, -7}, {{0, 0, 0}, 1}, {{100, 0, 0}, 1},
+                        {{nan, 1, 2, 3, nan, -4, -1, 2, nan}, 3}, {cloud, 1000}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.count << " vertices, first " << row.v[0]);
+        VekrBox3D box;
+        ASSERT_EQ(vekrSetBoundBox_32f(row.v.data(), row.count, &box), vekStsOk);
+        double lo[3] = {FLT_MAX, FLT_MAX, FLT_MAX}, hi[3] = {-FLT_MAX, -FLT_MAX, -FLT_MAX}, big = 0;
+        for (int i = 0; i < row.count; ++i)
+            for (int c = 0; c < 3; ++c) {
+                const float x = row.v[3 * i + c];
+                if (std::isnan(x)) continue;
+                lo[c] = std::min(lo[c], double(x));
+                hi[c] = std::max(hi[c], double(x));
+            }
+        for (int c = 0; c < 3; ++c) big = std::max({big, std::fabs(lo[c]), std::fabs(hi[c])});
+        const float m = 0.0001f * std::max(float(big), FLT_MIN);
+        const float got[6] = {box.minX, box.minY, box.minZ, box.maxX, box.maxY, box.maxZ};
         for (int c = 0; c < 3; ++c) {
-            lo[c] = std::min(lo[c], v[3 * i + c]);
-            hi[c] = std::max(hi[c], v[3 * i + c]);
+            EXPECT_EQ(got[c], float(lo[c]) - m) << c;
+            EXPECT_EQ(got[3 + c], float(hi[c]) + m) << c;
         }
-    for (int c = 0; c < 3; ++c) big = std::max({big, std::fabs(lo[c]), std::fabs(hi[c])});
-    const float m = 0.0001f * big;
-    const float* b = &box.minX;
-    for (int c = 0; c < 3; ++c) {
-        EXPECT_EQ(b[c], lo[c] - m);
-        EXPECT_EQ(b[3 + c], hi[c] + m);
     }
 }
 
