@@ -3,7 +3,7 @@
 # only those that are missing.
 set -euo pipefail
 need=(cmake g++ make pkg-config python3 libgtest-dev libbenchmark-dev libpng-dev
-      libstb-dev libassimp-dev libembree-dev python3-scipy binutils)
+      libstb-dev libassimp-dev libembree-dev python3-scipy binutils doxygen)
 missing=()
 for p in "${need[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
