@@ -16,7 +16,8 @@
  *   the first failure returns at once and nothing is written.  Many functions
  *   deliberately check fewer pointers than they use (each comment lists what
  *   is checked); null checks test the record pointer of a planar array, not
- *   its component planes.  The intersection functions check nothing.
+ *   its planes, unless a comment says so.  The intersection functions check
+ *   nothing.
  * - Meshes: vertices are 3 floats (x, y, z) per vertex; triangles are 4
  *   int32 per triangle, 3 vertex indices in winding order and a 4th that is
  *   never read (free for the caller).  A triangle's number is its position.
@@ -726,8 +727,8 @@ VEKR_API VekStatus vekrResize_32f_C1PV(const float* const pSrc[],
  * the source VOI (cut to the volume) keep their value; the destination VOI is
  * not cut (it must lie inside pDst).  Checks, in order: pSrc, pDst null
  * (vekStsNullPtr; coeffs is not checked); source size, pSrcVoi, pDstVoi
- * (vekStsSize); all three diagonal terms ~0, even for an invertible
- * permutation, or parallel y and z rows (vekStsAffineCoeff); mode
+ * (vekStsSize); all three diagonal terms within 1e-100 of 0 (even for an
+ * invertible permutation) or parallel y and z rows (vekStsAffineCoeff); mode
  * (vekStsInterpolation); VOI origin outside (vekStsVoiOutside).  A source
  * under 4 voxels on an axis turns cubic into linear, under 2 any mode into
  * nearest.  |det| < 1e-10 returns vekStsOk writing nothing.  Integers round
