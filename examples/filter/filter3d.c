@@ -73,7 +73,8 @@ int main(void)
             for (int i = -1; i <= 1; ++i)
                 sum += (long)kernel[((k + 1) * 3 + j + 1) * 3 + i + 1] * srcSlices[7 + k][(6 + j) * SW + 5 + i];
     const int expect = (int)((sum + 32 - 1 + ((sum >> 6) & 1)) >> 6); /* divide by 64, ties to even */
-    printf("voxel (5, 6, 7): %d, by hand %d\n", dstSlices[7][6 * W + 5], expect);
+    const int got = dstSlices[7][6 * W + 5];
+    printf("voxel (5, 6, 7): %d, by hand %d\n", got, expect);
     free(buffer), free(dst), free(src);
-    return dstSlices[7][6 * W + 5] == expect && after < before ? 0 : 1;
+    return got == expect && after < before ? 0 : 1;
 }
