@@ -3,7 +3,7 @@
 # only those that are missing.
 set -euo pipefail
 need=(cmake g++ make pkg-config python3 libgtest-dev libbenchmark-dev libpng-dev
-      libstb-dev libassimp-dev libembree-dev python3-scipy binutils
+      libstb-dev libassimp-dev libembree-dev python3-scipy binutils doxygen
       python3-dev python3-numpy pybind11-dev python3-pybind11 python3-pytest)
 missing=()
 for p in "${need[@]}"; do

@@ -1,6 +1,14 @@
-/*
- * vekcore: the small core services the vekr library is built on.
- * 64-byte aligned allocation and the thread count the library may use.
+/**
+ * @file vekcore.h
+ * @brief vekcore: the small core services libvekr is built on.
+ *
+ * libvekr takes its aligned allocation and its thread count from here; the
+ * library links it and installs it beside itself.  Applications need this
+ * header only to allocate blocks with the alignment that the fast paths of
+ * vekr.h like (vekMalloc, vekFree) or to see the thread count libvekr will
+ * use (ownGetNumThreads).  Set that count through OpenMP (OMP_NUM_THREADS or
+ * omp_set_num_threads()); ownGetNumThreads is exported from libvekcore, not
+ * from libvekr, and is not part of vekr.h.
  */
 #ifndef VEKCORE_H
 #define VEKCORE_H
@@ -17,11 +25,11 @@
 extern "C" {
 #endif
 
-/* A block of at least `length` bytes aligned to 64 bytes; null on failure or for 0. */
+/** @brief A block of at least @p length bytes aligned to 64 bytes; null on failure or for 0. */
 VEKCORE_API void* vekMalloc(size_t length);
-/* Releases a block from vekMalloc; null is accepted. */
+/** @brief Releases a block from vekMalloc; null is accepted. */
 VEKCORE_API void vekFree(void* ptr);
-/* Threads the library may use: the OpenMP runtime's thread count, at least 1. */
+/** @brief Threads libvekr may use in its parallel regions: omp_get_max_threads(), at least 1. */
 VEKCORE_API int ownGetNumThreads(void);
 
 #ifdef __cplusplus

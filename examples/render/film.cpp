@@ -3,7 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cctype>
+#include <cstdio>
 #include <cstring>
+
+#include <unistd.h>
 
 #include <stb_image_write.h>
 
@@ -51,11 +55,38 @@ std::vector<uint8_t> Film::toRgb8(int samples, float exposure) const
     return out;
 }
 
-bool writePng(const std::string& path, int width, int height, const std::vector<uint8_t>& rgb,
-              std::string& error)
+PictureFormat pictureFormat(const std::string& path)
+{
+    const size_t dot = path.find_last_of("./");
+    if (dot == std::string::npos || path[dot] != '.') return PictureFormat::Unknown;
+    std::string ext = path.substr(dot + 1);
+    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (ext == "png") return PictureFormat::Png;
+    if (ext == "jpg" || ext == "jpeg") return PictureFormat::Jpeg;
+    return PictureFormat::Unknown;
+}
+
+bool outputWritable(const std::string& path, std::string& error)
+{
+    const bool existed = ::access(path.c_str(), F_OK) == 0;
+    std::FILE* f = std::fopen(path.c_str(), "ab");
+    if (!f) {
+        error = "cannot write '" + path + "': " + std::strerror(errno);
+        return false;
+    }
+    std::fclose(f);
+    if (!existed) std::remove(path.c_str());
+    return true;
+}
+
+bool writePicture(const std::string& path, int width, int height, const std::vector<uint8_t>& rgb,
+                  std::string& error)
 {
     errno = 0;
-    if (!stbi_write_png(path.c_str(), width, height, 3, rgb.data(), width * 3)) {
+    const bool ok = pictureFormat(path) == PictureFormat::Jpeg
+                        ? stbi_write_jpg(path.c_str(), width, height, 3, rgb.data(), 90)
+                        : stbi_write_png(path.c_str(), width, height, 3, rgb.data(), width * 3);
+    if (!ok) {
         error = "cannot write '" + path + "'";
         if (errno != 0) error += std::string(": ") + std::strerror(errno);
         return false;

@@ -1,5 +1,5 @@
 // The picture being made: linear colour per pixel, summed over samples, and
-// its conversion to 8-bit sRGB and to a PNG file.
+// its conversion to 8-bit sRGB and to a PNG or JPEG file.
 #pragma once
 
 #include <cstdint>
@@ -37,8 +37,17 @@ private:
 // sRGB encoding of a linear value in 0..1 (values outside are clamped).
 uint8_t encodeSrgb(float linear);
 
-// Writes an 8-bit RGB PNG; false with a message on failure.
-bool writePng(const std::string& path, int width, int height, const std::vector<uint8_t>& rgb,
-              std::string& error);
+// The picture type a file name asks for, from its extension (any case).
+enum class PictureFormat { Png, Jpeg, Unknown };
+PictureFormat pictureFormat(const std::string& path);
+
+// True when `path` can be opened for writing; checked before rendering, so
+// a bad output path fails at once.  Leaves no new file behind.
+bool outputWritable(const std::string& path, std::string& error);
+
+// Writes 8-bit RGB as PNG or JPEG (quality 90) by the file's extension;
+// false with a message on failure.
+bool writePicture(const std::string& path, int width, int height, const std::vector<uint8_t>& rgb,
+                  std::string& error);
 
 }  // namespace render

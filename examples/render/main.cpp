@@ -1,5 +1,5 @@
 // vekr-render: ray-traces a mesh, or the built-in scene, with the vekr
-// library and writes a PNG.
+// library and writes a PNG or JPEG.
 #include <omp.h>
 
 #include <cstdio>
@@ -41,6 +41,9 @@ int main(int argc, char** argv)
         return 0;
     }
 
+    std::string error;
+    if (!outputWritable(o.output, error)) return failWith(1, error);
+
     Scene scene;
     if (o.input.empty()) {
         scene = defaultScene(o.detail);
@@ -55,13 +58,14 @@ int main(int argc, char** argv)
         case LoadStatus::Ok: break;
         case LoadStatus::Missing:
         case LoadStatus::Unreadable: return failWith(3, loaded.error);
-        case LoadStatus::Empty: return failWith(4, loaded.error);
+        case LoadStatus::Empty:
+        case LoadStatus::Invalid: return failWith(4, loaded.error);
         }
+        if (!loaded.warning.empty()) std::fprintf(stderr, "vekr-render: warning: %s\n", loaded.warning.c_str());
         scene = meshScene(std::move(loaded.mesh), o.ground);
     }
     applyOptions(scene, o);
 
-    std::string error;
     Accel accel;
     if (!accel.build(scene.mesh, error)) return failWith(1, error);
     Environment env;
@@ -82,7 +86,7 @@ int main(int argc, char** argv)
     if (stats.status != vekStsOk) {
         return failWith(1, stats.failedCall + " failed with status " + std::to_string(stats.status));
     }
-    if (!writePng(o.output, o.width, o.height, film.toRgb8(o.samples, o.exposure), error)) {
+    if (!writePicture(o.output, o.width, o.height, film.toRgb8(o.samples, o.exposure), error)) {
         return failWith(1, error);
     }
     if (!o.quiet) {

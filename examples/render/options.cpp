@@ -1,5 +1,7 @@
 #include "options.h"
 
+#include "film.h"
+
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
@@ -52,9 +54,9 @@ bool parseList(const std::string& s, size_t n, size_t m, std::vector<float>& out
 std::string usageText()
 {
     return "usage: vekr-render [options] [mesh.obj|.ply|.off|.stl]\n"
-           "Ray-traces a mesh (or, without one, the built-in scene) and writes a PNG.\n"
+           "Ray-traces a mesh (or, without one, the built-in scene) and writes a PNG or JPEG.\n"
            "\n"
-           "  -o, --output PATH     PNG to write (default vekr-render.png)\n"
+           "  -o, --output PATH     picture to write, .png, .jpg or .jpeg (default vekr-render.png)\n"
            "  -s, --size WxH        image size in pixels (default 800x600)\n"
            "      --eye X,Y,Z       camera position\n"
            "      --target X,Y,Z    point the camera looks at\n"
@@ -78,7 +80,7 @@ std::string usageText()
            "A loaded mesh is scaled to a largest extent of 2 and put on the ground\n"
            "plane y = 0, centred on the y axis.  Exit codes: 0 done, 1 render or\n"
            "output failure, 2 bad options, 3 input missing or unreadable,\n"
-           "4 input without triangles.\n";
+           "4 input without triangles or with vertex indices out of range.\n";
 }
 
 ParseResult parseOptions(int argc, const char* const* argv)
@@ -175,6 +177,9 @@ ParseResult parseOptions(int argc, const char* const* argv)
     if (o.hasEye && o.hasTarget && o.eye[0] == o.target[0] && o.eye[1] == o.target[1] &&
         o.eye[2] == o.target[2]) {
         return fail("camera position and target must differ");
+    }
+    if (pictureFormat(o.output) == PictureFormat::Unknown) {
+        return fail("cannot write '" + o.output + "': unknown picture type (want .png, .jpg or .jpeg)");
     }
     return r;
 }

@@ -17,14 +17,19 @@ void ProgressBar::update(int done, int total)
     char bar[width + 1];
     for (int i = 0; i < width; ++i) bar[i] = i < filled ? '#' : '.';
     bar[width] = '\0';
-    std::fprintf(stderr, "\r[%s] %3d%% (%d/%d blocks)", bar, percent, done, total);
+    const double elapsed =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+    std::fprintf(stderr, "\r[%s] %3d%% (%d/%d blocks) %.1f s", bar, percent, done, total, elapsed);
+    // The time left, assuming the remaining blocks take as long as the done ones.
+    if (done > 0 && done < total) std::fprintf(stderr, ", ~%.1f s left ", elapsed * (total - done) / done);
+    else std::fputs("          ", stderr);
     std::fflush(stderr);
 }
 
 void ProgressBar::finish()
 {
     if (!on_ || shown_ < 0) return;
-    std::fprintf(stderr, "\r%*s\r", 72, "");
+    std::fprintf(stderr, "\r%*s\r", 96, "");
     std::fflush(stderr);
 }
 

@@ -1,6 +1,8 @@
-// A progress bar on stderr, drawn only when stderr is a terminal.
+// A progress bar on stderr, drawn only when stderr is a terminal, with the
+// time elapsed and an estimate of the time left.
 #pragma once
 
+#include <chrono>
 #include <cstdio>
 
 namespace render {
@@ -16,6 +18,7 @@ public:
 private:
     bool on_;
     int shown_ = -1;
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
 }  // namespace render

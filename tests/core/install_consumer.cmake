@@ -5,6 +5,14 @@ execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefi
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "install failed")
 endif()
+# The installed renderer runs from the prefix alone (its run path is relative).
+if(EXISTS ${prefix}/bin/vekr-render)
+  execute_process(COMMAND ${prefix}/bin/vekr-render --size 8x8 --detail 1 -q -o ${WORK_DIR}/r.png
+                  RESULT_VARIABLE rc ERROR_VARIABLE err)
+  if(NOT rc EQUAL 0 OR NOT EXISTS ${WORK_DIR}/r.png)
+    message(FATAL_ERROR "installed vekr-render failed: ${rc} ${err}")
+  endif()
+endif()
 # find_package(vekr)
 execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/build
                         -DCMAKE_PREFIX_PATH=${prefix} RESULT_VARIABLE rc)

@@ -1,6 +1,7 @@
 # Runs vekr-render with ARGS (a ;-list) and checks its exit code (CODE), that
 # stderr contains MESSAGE when given, and that OUTPUT exists afterwards when
-# given.  FILE_TEXT, when set, is first written to FILE.
+# given, starting with the bytes OUTPUT_HEX when that is given.  FILE_TEXT,
+# when set, is first written to FILE.
 if(DEFINED FILE)
   file(WRITE "${FILE}" "${FILE_TEXT}")
 endif()
@@ -16,4 +17,12 @@ if(DEFINED MESSAGE AND NOT err MATCHES "${MESSAGE}")
 endif()
 if(DEFINED OUTPUT AND NOT EXISTS "${OUTPUT}")
   message(FATAL_ERROR "${OUTPUT} was not written")
+endif()
+if(DEFINED OUTPUT_HEX)
+  string(LENGTH "${OUTPUT_HEX}" n)
+  math(EXPR n "${n} / 2")
+  file(READ "${OUTPUT}" head LIMIT ${n} HEX)
+  if(NOT head STREQUAL OUTPUT_HEX)
+    message(FATAL_ERROR "${OUTPUT} starts with ${head}, expected ${OUTPUT_HEX}")
+  endif()
 endif()
