@@ -135,7 +135,14 @@ typedef struct VekrKDTreeBuildParams {
 /* Spherical harmonics                                                      */
 /* ------------------------------------------------------------------------ */
 
+/* State types.  In C++ the enumeration has a fixed 32-bit type, so any
+ * value a caller passes (2, 7, -1, ...) is a valid VekrSHType that the
+ * functions refuse with vekStsSelector. */
+#ifdef __cplusplus
+typedef enum VekrSHType : int32_t {
+#else
 typedef enum VekrSHType {
+#endif
     vekrSHDirect = 0,     /* closed-form polynomials, bands 0..15 */
     vekrSHRecurrence = 1  /* tabulated three-term recurrence */
 } VekrSHType;
@@ -290,6 +297,12 @@ VEKR_API VekStatus vekrAddMulMul_32f_AC1P3IM(const float k[3], const float* pSrc
 /* Spherical harmonics                                                      */
 /* ------------------------------------------------------------------------ */
 
+/* The recurrence size is 32-bit arithmetic and wraps from order 32767 on;
+ * vekrSHInit_32f refuses such an order with vekStsSize rather than write past
+ * the block.  The block may have any alignment: the tables start at the
+ * 16-byte boundaries after the header whenever the reported size leaves
+ * room for that (always for a 16-byte-aligned block), otherwise at 4-byte
+ * boundaries inside the reported size. */
 VEKR_API VekStatus vekrSHGetSize_32f(uint32_t order, VekrSHType type, uint32_t* pSize);
 VEKR_API VekStatus vekrSHInit_32f(VekrSHState* pState, uint32_t order, VekrSHType type);
 
@@ -298,6 +311,9 @@ VEKR_API VekStatus vekrSH_32f(const float* pX, const float* pY, const float* pZ,
 VEKR_API VekStatus vekrSHBand_32f(const float* pX, const float* pY, const float* pZ, int count,
                                   float* pDst, uint32_t l);
 
+/* Transforms: the checks are null pointers (-8), count 0 (-6), L above the
+ * state's order (-7), then a state type other than 0 or 1 (-7, as
+ * vekrSH_32f gives), then a negative count (0, nothing done). */
 VEKR_API VekStatus vekrSHTFwd_32f_C1I(const float* pX, const float* pY, const float* pZ,
                                       const float* pSrc, int count, float* pSrcDstCoeffs,
                                       uint32_t L, const VekrSHState* pState);
@@ -328,6 +344,15 @@ VEKR_API VekStatus vekrResizeGetBufSize(const VekCuboid* pSrcVoi, const VekCuboi
 VEKR_API VekStatus vekrWarpAffineGetBufSize(const VekCuboid* pSrcVoi, const VekCuboid* pDstVoi,
                                             int nChannel, int interpolation, int* pSize);
 
+/* Resize: the checks are null pointers (-8), sizes and regions (-6), factors
+ * (-23), the mode (-22), the source origin (40), the empty destination (1).
+ * A factor or a shift that is NaN or infinite fails the factor check with
+ * vekStsResizeFactor, like a factor <= 0.  After these, two calls that the
+ * buffer arithmetic cannot hold are refused with vekStsSize, nothing
+ * written: a destination box that ends past voxel 2^31 - 1, and a call
+ * whose work would need more than vekrResizeGetBufSize reports for it now
+ * (its 32-bit size wraps for huge destination regions; the resize never
+ * uses more than the reported size). */
 VEKR_API VekStatus vekrResize_8u_C1V(const uint8_t* pSrc, const VekVolumeSize* pSrcVolume,
                                      int srcStep, int srcPlaneStep, const VekCuboid* pSrcVoi,
                                      uint8_t* pDst, int dstStep, int dstPlaneStep,
@@ -403,6 +428,10 @@ VEKR_API VekStatus vekrRemap_32f_C1PV(const float* const pSrc[], const VekVolume
                                       float* const pDst[], int dstStep,
                                       const VekVolumeSize* pDstRoiSize, int interpolation);
 
+/* The buffer size is signed 32-bit arithmetic that wraps for huge widths or
+ * kernels; vekrFilter_16s_C1PV refuses with vekStsSize, writing nothing, a
+ * call whose work would need more buffer than that size.  Power-of-two
+ * divisors round exactly (half to even) for every 32-bit sum. */
 VEKR_API VekStatus vekrFilterGetBufSize(const VekVolumeSize* pDstRoiSize,
                                         const VekVolumeSize* pKernelSize, int nChannel,
                                         int* pSize);
