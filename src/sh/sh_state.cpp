@@ -23,8 +23,16 @@ uint32_t tableBytes(uint32_t order)
 
 VekrSHState readState(const VekrSHState* block) noexcept
 {
-    VekrSHState st;
-    std::memcpy(&st, block, sizeof st);
+    // A direct state is 16 bytes, so the table pointers are read only for
+    // the recurrence type.
+    VekrSHState st{};
+    const auto* p = reinterpret_cast<const unsigned char*>(block);
+    std::memcpy(&st.order, p + offsetof(VekrSHState, order), 4);
+    std::memcpy(&st.type, p + offsetof(VekrSHState, type), 4);
+    if (st.type == vekrSHRecurrence) {
+        std::memcpy(&st.pTableA, p + offsetof(VekrSHState, pTableA), sizeof st.pTableA);
+        std::memcpy(&st.pTableB, p + offsetof(VekrSHState, pTableB), sizeof st.pTableB);
+    }
     return st;
 }
 

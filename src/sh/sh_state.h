@@ -17,7 +17,8 @@ uint32_t tableEntries(uint32_t order);
 uint32_t tableBytes(uint32_t order);
 
 // The state's header read from a block at any address (the caller's block
-// need not be aligned for the record type, so it is never bound to one).
+// need not be aligned for the record type, so it is never bound to one);
+// the table pointers only for a recurrence state (a direct one has none).
 VekrSHState readState(const VekrSHState* block) noexcept;
 
 }  // namespace vekr::sh
