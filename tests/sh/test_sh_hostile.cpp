@@ -149,28 +149,4 @@ TEST(SHHostile, TransformsRefuseABadStateType)
         for (float f : *v) EXPECT_EQ(f, 9.0f);
 }
 
-// Transforms with a state at an odd address give what the same state in an
-// aligned block gives.
-TEST(SHHostile, TransformsWithAMisalignedState)
-{
-    const float x[5] = {0, 1, 0, 0.6f, 0.48f}, y[5] = {0, 0, 1, 0.8f, 0.6f},
-                z[5] = {1, 0, 0, 0, 0.64f}, s[5] = {1, 0.5f, -2, 0, 3};
-    for (VekrSHType type : {vekrSHDirect, vekrSHRecurrence}) {
-        uint32_t size = 0;
-        ASSERT_EQ(vekrSHGetSize_32f(5, type, &size), vekStsOk);
-        std::vector<float> coef[2], back[2];
-        for (int offset : {0, 9}) {
-            Block b(size, offset);
-            ASSERT_EQ(vekrSHInit_32f(b.state(), 5, type), vekStsOk);
-            std::vector<float> c(36, 0.0f), r(5, 0.0f);
-            ASSERT_EQ(vekrSHTFwd_32f_C1I(x, y, z, s, 5, c.data(), 5, b.state()), vekStsOk);
-            ASSERT_EQ(vekrSHTInv_32f_C1(c.data(), 5, x, y, z, r.data(), 5, b.state()), vekStsOk);
-            coef[offset != 0] = c;
-            back[offset != 0] = r;
-        }
-        EXPECT_EQ(coef[0], coef[1]);
-        EXPECT_EQ(back[0], back[1]);
-    }
-}
-
 }  // namespace

@@ -34,16 +34,18 @@ void expectSameOnThreads(const std::function<std::vector<uint8_t>()>& run, const
     EXPECT_EQ(out[0], out[2]) << what;
 }
 
-// A volume of w x h x d elements with padded rows, as slice pointers.
+// A volume of w x h x d elements with padded rows, as slice pointers, filled
+// with values in [lo, hi).
 template <class T>
 struct Vol {
     int w, h, d, row;
     std::vector<T> data;
     std::vector<T*> slices;
-    Vol(int w_, int h_, int d_, unsigned seed) : w(w_), h(h_), d(d_), row(w_ + 3), data(size_t(row) * h * d)
+    Vol(int w_, int h_, int d_, unsigned seed, float lo = 0, float hi = 250)
+        : w(w_), h(h_), d(d_), row(w_ + 3), data(size_t(row) * h * d)
     {
         std::mt19937 rng(seed);
-        for (T& v : data) v = T(std::uniform_real_distribution<float>(0.0f, 250.0f)(rng));
+        for (T& v : data) v = T(std::uniform_real_distribution<float>(lo, hi)(rng));
         for (int z = 0; z < d; ++z) slices.push_back(&data[size_t(z) * row * h]);
     }
     int step() const { return row * int(sizeof(T)); }
@@ -55,51 +57,26 @@ struct Vol {
     }
 };
 
-VekStatus warp(const Vol<uint8_t>& s, const VekVolumeSize* v, const VekCuboid* sv, Vol<uint8_t>& d,
-               const VekCuboid* dv, const double c[3][4], int m)
-{ return vekrWarpAffine_8u_C1PV(s.src(), v, s.step(), sv, d.slices.data(), d.step(), dv, c, m); }
-VekStatus warp(const Vol<uint16_t>& s, const VekVolumeSize* v, const VekCuboid* sv,
-               Vol<uint16_t>& d, const VekCuboid* dv, const double c[3][4], int m)
-{ return vekrWarpAffine_16u_C1PV(s.src(), v, s.step(), sv, d.slices.data(), d.step(), dv, c, m); }
-VekStatus warp(const Vol<float>& s, const VekVolumeSize* v, const VekCuboid* sv, Vol<float>& d,
-               const VekCuboid* dv, const double c[3][4], int m)
-{ return vekrWarpAffine_32f_C1PV(s.src(), v, s.step(), sv, d.slices.data(), d.step(), dv, c, m); }
-
-using Maps = const float* const*;
-VekStatus remap(const Vol<uint8_t>& s, const VekVolumeSize* v, const VekCuboid* sv, Maps mx,
-                Maps my, Maps mz, int ms, Vol<uint8_t>& d, const VekVolumeSize* r, int m)
-{ return vekrRemap_8u_C1PV(s.src(), v, s.step(), sv, mx, my, mz, ms, d.slices.data(), d.step(), r, m); }
-VekStatus remap(const Vol<uint16_t>& s, const VekVolumeSize* v, const VekCuboid* sv, Maps mx,
-                Maps my, Maps mz, int ms, Vol<uint16_t>& d, const VekVolumeSize* r, int m)
-{ return vekrRemap_16u_C1PV(s.src(), v, s.step(), sv, mx, my, mz, ms, d.slices.data(), d.step(), r, m); }
-VekStatus remap(const Vol<float>& s, const VekVolumeSize* v, const VekCuboid* sv, Maps mx,
-                Maps my, Maps mz, int ms, Vol<float>& d, const VekVolumeSize* r, int m)
-{ return vekrRemap_32f_C1PV(s.src(), v, s.step(), sv, mx, my, mz, ms, d.slices.data(), d.step(), r, m); }
-
-template <class T>
-void warpAndRemapOnThreads()
+// The warp and the remap of one element type, every mode; the maps point
+// partly outside the source.
+template <class T, class Warp, class Remap>
+void warpAndRemapOnThreads(Warp warp, Remap remap)
 {
     const Vol<T> src(23, 21, 19, 5);
-    const VekVolumeSize vol{23, 21, 19};
-    const VekCuboid sv{1, 0, 2, 21, 21, 16};
-    // Coordinate maps over a 18 x 17 x 20 block, partly outside the source.
-    Vol<float> mx(18, 17, 20, 6), my(18, 17, 20, 7), mz(18, 17, 20, 8);
-    for (float& v : mx.data) v = v / 10.0f - 1.0f;
-    for (float& v : my.data) v = v / 12.0f;
-    for (float& v : mz.data) v = v / 12.0f;
-    const VekVolumeSize roi{18, 17, 20};
-    const VekCuboid dv{0, 0, 1, 18, 17, 19};
+    const VekVolumeSize vol{23, 21, 19}, roi{18, 17, 20};
+    const VekCuboid sv{1, 0, 2, 21, 21, 16}, dv{0, 0, 1, 18, 17, 19};
+    const Vol<float> mx(18, 17, 20, 6, -1, 24), my(18, 17, 20, 7, -1, 22), mz(18, 17, 20, 8, -1, 20);
     const double c[3][4] = {{0.9, 0.2, 0.0, 1.5}, {-0.15, 1.05, 0.1, -0.5}, {0.05, 0.0, 0.95, 0.7}};
     for (int mode : {1, 2, 4, 5, 6, 7}) {
         expectSameOnThreads([&] {
             Vol<T> dst(18, 17, 20, 9);
-            EXPECT_EQ(warp(src, &vol, &sv, dst, &dv, c, mode), vekStsOk);
+            EXPECT_EQ(warp(src.src(), &vol, src.step(), &sv, dst.slices.data(), dst.step(), &dv, c, mode), vekStsOk);
             return dst.bytes();
         }, "warp");
         expectSameOnThreads([&] {
             Vol<T> dst(18, 17, 20, 9);
-            EXPECT_EQ(remap(src, &vol, &sv, mx.src(), my.src(), mz.src(), mx.step(), dst, &roi,
-                            mode),
+            EXPECT_EQ(remap(src.src(), &vol, src.step(), &sv, mx.src(), my.src(), mz.src(), mx.step(),
+                            dst.slices.data(), dst.step(), &roi, mode),
                       vekStsOk);
             return dst.bytes();
         }, "remap");
@@ -108,9 +85,9 @@ void warpAndRemapOnThreads()
 
 TEST(ThreadCounts, WarpAndRemapEveryTypeAndMode)
 {
-    warpAndRemapOnThreads<uint8_t>();
-    warpAndRemapOnThreads<uint16_t>();
-    warpAndRemapOnThreads<float>();
+    warpAndRemapOnThreads<uint8_t>(vekrWarpAffine_8u_C1PV, vekrRemap_8u_C1PV);
+    warpAndRemapOnThreads<uint16_t>(vekrWarpAffine_16u_C1PV, vekrRemap_16u_C1PV);
+    warpAndRemapOnThreads<float>(vekrWarpAffine_32f_C1PV, vekrRemap_32f_C1PV);
 }
 
 TEST(ThreadCounts, ResizeFilterAndNormals)
