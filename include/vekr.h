@@ -177,8 +177,18 @@ typedef struct VekrKDTreeBuildParams {
 /* Spherical harmonics                                                      */
 /* ------------------------------------------------------------------------ */
 
-/** @brief How a spherical-harmonic state evaluates the basis. */
+/**
+ * @brief How a spherical-harmonic state evaluates the basis.
+ *
+ * In C++ the enumeration has a fixed 32-bit type, so any value a caller
+ * passes (2, 7, -1, ...) is a valid VekrSHType that the functions refuse
+ * with vekStsSelector.
+ */
+#ifdef __cplusplus
+typedef enum VekrSHType : int32_t {
+#else
 typedef enum VekrSHType {
+#endif
     vekrSHDirect = 0,     /**< closed-form polynomials, bands 0..15 */
     vekrSHRecurrence = 1  /**< tabulated three-term recurrence */
 } VekrSHType;
@@ -547,13 +557,19 @@ VEKR_API VekStatus vekrAddMulMul_32f_AC1P3IM(const float k[3], const float* pSrc
  *
  * Checks: pSize null (vekStsNullPtr); direct type with order > 15
  * (vekStsSize, else 16 bytes); recurrence type: no order limit here; other
- * types: vekStsSelector.
+ * types: vekStsSelector.  The recurrence size is 32-bit arithmetic and wraps
+ * from order 32767 on; vekrSHInit_32f refuses such an order (vekStsSize)
+ * rather than write past the block.  The block may have any alignment: the
+ * tables start at the 16-byte boundaries after the header whenever the
+ * reported size leaves room (always for a 16-byte-aligned block), otherwise
+ * at 4-byte boundaries inside the reported size.
  */
 VEKR_API VekStatus vekrSHGetSize_32f(uint32_t order, VekrSHType type, uint32_t* pSize);
 /**
  * @brief Initialises a caller-allocated state block of vekrSHGetSize_32f bytes (any alignment).
  *
- * Checks in the same order as vekrSHGetSize_32f, pState first.  The state is
+ * Checks in the same order as vekrSHGetSize_32f, pState first; then an order
+ * whose true size does not fit in 32 bits (vekStsSize).  The state is
  * read-only afterwards and may be shared by threads.  Evaluation never serves
  * bands above 15, whatever the order.
  */
@@ -588,7 +604,8 @@ VEKR_API VekStatus vekrSHBand_32f(const float* pX, const float* pY, const float*
  * check, in order: null pointers (the planes, samples or output, the
  * coefficients, the state, and the inner pointers of three-channel sets and
  * planar arrays; vekStsNullPtr), count 0 (vekStsSize), L above the state's
- * order (vekStsSelector); a negative count does nothing.  Keep L <= 15: a
+ * order (vekStsSelector), a state type other than 0 or 1 (vekStsSelector, as
+ * vekrSH_32f gives); a negative count does nothing.  Keep L <= 15: a
  * recurrence state of higher order passes the checks and gives meaningless
  * results.
  */
@@ -660,11 +677,15 @@ VEKR_API VekStatus vekrWarpAffineGetBufSize(const VekCuboid* pSrcVoi, const VekC
  * per axis; only the mapped source VOI (cut to the volume) inside the
  * destination VOI is written.  Checks, in order: pSrc, pDst, pBuffer null
  * (vekStsNullPtr); source size, pSrcVoi, pDstVoi (vekStsSize); a factor not
- * above 0 (vekStsResizeFactor); mode (vekStsInterpolation); source VOI origin
- * outside the volume (warning vekStsVoiOutside); empty mapped region (warning
- * vekStsEmptyDestination); warnings write nothing.  Border taps clamp to the
- * whole source volume; cubic modes need 3 voxels per axis.  Integer results
- * add 0.50000012, truncate and saturate.  pBuffer needs
+ * above 0, or a factor or shift that is NaN or infinite (vekStsResizeFactor);
+ * mode (vekStsInterpolation); source VOI origin outside the volume (warning
+ * vekStsVoiOutside); empty mapped region (warning vekStsEmptyDestination);
+ * then two calls the buffer arithmetic cannot hold are refused with
+ * vekStsSize: a destination box ending past voxel 2^31 - 1, and a call whose
+ * work needs more than vekrResizeGetBufSize reports for it (that 32-bit size
+ * wraps for huge destination regions).  Failures and warnings write nothing.
+ * Border taps clamp to the whole source volume; cubic modes need 3 voxels per
+ * axis.  Integer results add 0.50000012, truncate and saturate.  pBuffer needs
  * vekrResizeGetBufSize bytes (not checked).
  */
 VEKR_API VekStatus vekrResize_8u_C1V(const uint8_t* pSrc, const VekVolumeSize* pSrcVolume,
@@ -792,7 +813,10 @@ VEKR_API VekStatus vekrRemap_32f_C1PV(const float* const pSrc[], const VekVolume
  * @brief Bytes of the work buffer of vekrFilter_16s_C1PV (out: *pSize).
  *
  * Checks: pSize null (vekStsNullPtr); a destination or kernel dimension
- * below 1 (vekStsSize); nChannel not 1 (vekStsChannelCount).
+ * below 1 (vekStsSize); nChannel not 1 (vekStsChannelCount).  The size is
+ * 32-bit arithmetic that wraps for huge widths or kernels;
+ * vekrFilter_16s_C1PV refuses (vekStsSize, nothing written) a call whose
+ * work would need more buffer than that size.
  */
 VEKR_API VekStatus vekrFilterGetBufSize(const VekVolumeSize* pDstRoiSize,
                                         const VekVolumeSize* pKernelSize, int nChannel,

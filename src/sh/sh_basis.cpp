@@ -80,10 +80,11 @@ VekStatus basis(Isa isa, const float* pX, const float* pY, const float* pZ, uint
                 float* pDst, uint32_t L, const VekrSHState* pState)
 {
     if (!pX || !pY || !pZ || !pDst || !pState) return vekStsNullPtr;
+    const VekrSHState state = readState(pState);
     if (count == 0) return vekStsSize;
-    if (L > pState->order) return vekStsSelector;
-    if (pState->type != vekrSHDirect && pState->type != vekrSHRecurrence) return vekStsSelector;
-    return evaluate(isa, pX, pY, pZ, count, pDst, L, *pState);
+    if (L > state.order) return vekStsSelector;
+    if (state.type != vekrSHDirect && state.type != vekrSHRecurrence) return vekStsSelector;
+    return evaluate(isa, pX, pY, pZ, count, pDst, L, state);
 }
 
 }  // namespace vekr::sh

@@ -21,17 +21,53 @@ uint32_t tableBytes(uint32_t order)
     return (tableEntries(order) * 4 + 15) & ~15u;
 }
 
+VekrSHState readState(const VekrSHState* block) noexcept
+{
+    // A direct state is 16 bytes, so the table pointers are read only for
+    // the recurrence type.
+    VekrSHState st{};
+    const auto* p = reinterpret_cast<const unsigned char*>(block);
+    std::memcpy(&st.order, p + offsetof(VekrSHState, order), 4);
+    std::memcpy(&st.type, p + offsetof(VekrSHState, type), 4);
+    if (st.type == vekrSHRecurrence) {
+        std::memcpy(&st.pTableA, p + offsetof(VekrSHState, pTableA), sizeof st.pTableA);
+        std::memcpy(&st.pTableB, p + offsetof(VekrSHState, pTableB), sizeof st.pTableB);
+    }
+    return st;
+}
+
 namespace {
 
+// The recurrence state's size as the query reports it (32-bit arithmetic)
+// and as it really is; Init refuses an order whose real size the query
+// cannot report.
 uint32_t recurrenceStateBytes(uint32_t order)
 {
     return 2 * tableBytes(order) + 32;
 }
 
-float* alignUp16(void* p)
+uint64_t recurrenceStateBytes64(uint32_t order)
 {
-    const uintptr_t a = (reinterpret_cast<uintptr_t>(p) + 15) & ~uintptr_t(15);
-    return reinterpret_cast<float*>(a);
+    const uint64_t entries = (uint64_t{order} + 1) * (uint64_t{order} + 2) / 2;
+    return 2 * ((entries * 4 + 15) & ~uint64_t{15}) + 32;
+}
+
+// Where the tables go in a block of the reported size at `block`: table A
+// at the first 16-byte boundary after the header and table B at the first
+// one after A whenever both fit (always for a 16-byte-aligned block).  A
+// block at an odd address may leave too little room for that padding; then
+// A starts at the first 4-byte boundary after the header and B one rounded
+// table later, which always fits.  The tables are then only 4-byte aligned.
+void placeTables(unsigned char* block, uint32_t order, float*& A, float*& B)
+{
+    const uintptr_t p = reinterpret_cast<uintptr_t>(block);
+    const uintptr_t end = p + recurrenceStateBytes(order);
+    const uintptr_t tb = tableBytes(order);
+    const uintptr_t used = uintptr_t{tableEntries(order)} * 4;
+    uintptr_t a = (p + sizeof(VekrSHState) + 15) & ~uintptr_t{15};
+    if (a + tb + used > end) a = (p + sizeof(VekrSHState) + 3) & ~uintptr_t{3};
+    A = reinterpret_cast<float*>(a);
+    B = reinterpret_cast<float*>(a + tb);
 }
 
 using simd::F4;
@@ -66,7 +102,8 @@ void interiorScalar(float* a, float* b, int64_t l, int64_t m)
 
 // Interior entries m .. m+3 of band l, four at once: the quotients from a
 // Newton-refined reciprocal, the square root of table A from the reciprocal
-// square root, that of table B exact.  a + m and b + m are 16-byte aligned.
+// square root, that of table B exact.  a + m and b + m are 16-byte aligned
+// in the usual layout; the stores do not rely on it (placeTables).
 void interiorGroup(float* a, float* b, int64_t l, int64_t m)
 {
     auto f = [](int64_t v) { return static_cast<float>(v); };
@@ -76,11 +113,11 @@ void interiorGroup(float* a, float* b, int64_t l, int64_t m)
     const F4 lm1sq(f((l - 1) * (l - 1)));
     const F4 den = l2 - mm;
     const F4 qa = F4(f(4 * l * l - 1)) * simd::rcpNewton(den);
-    simd::store4(a + m, sqrtFromRsqrt(qa));
+    simd::storeu4(a + m, sqrtFromRsqrt(qa));
     const F4 bNum = (lm1sq - mm) * F4(f(2 * l + 1));
     const F4 bDen = den * F4(f(2 * l - 3));
     const F4 qb = bNum * simd::rcpNewton(bDen);
-    simd::store4(b + m, sqrtExact(qb) ^ F4(-0.0f));
+    simd::storeu4(b + m, sqrtExact(qb) ^ F4(-0.0f));
 }
 
 void fillTables(float* A, float* B, uint32_t order)
@@ -97,8 +134,10 @@ void fillTables(float* A, float* B, uint32_t order)
         a[0] = static_cast<float>(std::sqrt(4.0 * ld * ld - 1.0) / ld);
         a[l] = static_cast<float>(-std::sqrt((2.0 * ld + 1.0) / (2.0 * ld)));
         b[0] = static_cast<float>((1.0 / ld - 1.0) * std::sqrt((2.0 * ld + 1.0) / (2.0 * ld - 3.0)));
-        // Interior m = 1 .. l-1: a scalar head up to a 16-byte boundary of
-        // the tables, groups of four, a scalar tail.
+        // Interior m = 1 .. l-1: a scalar head up to a multiple of four
+        // entries (a 16-byte boundary in the usual layout), groups of four,
+        // a scalar tail; the same entries take the same route wherever the
+        // tables lie.
         int64_t m = 1;
         while (m <= l - 1 && ((o + m) & 3) != 0) interiorScalar(a, b, l, m++);
         for (; m + 3 <= l - 1; m += 4) interiorGroup(a, b, l, m);
@@ -109,6 +148,9 @@ void fillTables(float* A, float* B, uint32_t order)
 }  // namespace
 }  // namespace vekr::sh
 
+// The type is read as the integer it is passed as before anything compares
+// it with the enumerators (the header gives VekrSHType a fixed 32-bit type in
+// C++ so that every value a caller passes is a valid one).
 extern "C" VEKR_API VekStatus vekrSHGetSize_32f(uint32_t order, VekrSHType type, uint32_t* pSize)
 {
     if (!pSize) return vekStsNullPtr;
@@ -128,7 +170,7 @@ extern "C" VEKR_API VekStatus vekrSHGetSize_32f(uint32_t order, VekrSHType type,
 extern "C" VEKR_API VekStatus vekrSHInit_32f(VekrSHState* pState, uint32_t order, VekrSHType type)
 {
     if (!pState) return vekStsNullPtr;
-    const uint32_t t = static_cast<uint32_t>(type);
+    const uint32_t t = static_cast<uint32_t>(static_cast<int32_t>(type));
     // The state may sit at any address, so it is written byte-wise.
     unsigned char* block = reinterpret_cast<unsigned char*>(pState);
     if (t == vekrSHDirect) {
@@ -140,12 +182,16 @@ extern "C" VEKR_API VekStatus vekrSHInit_32f(VekrSHState* pState, uint32_t order
         return vekStsOk;
     }
     if (t != vekrSHRecurrence) return vekStsSelector;
+    // From order 32767 on the query's 32-bit size wraps; such a block is
+    // smaller than the tables.
+    if (vekr::sh::recurrenceStateBytes64(order) > UINT32_MAX) return vekStsSize;
 
     std::memset(block, 0, vekr::sh::recurrenceStateBytes(order));
     std::memcpy(block, &order, 4);
     std::memcpy(block + 4, &t, 4);
-    float* A = vekr::sh::alignUp16(block + sizeof(VekrSHState));
-    float* B = vekr::sh::alignUp16(A + vekr::sh::tableEntries(order));
+    float* A;
+    float* B;
+    vekr::sh::placeTables(block, order, A, B);
     std::memcpy(block + offsetof(VekrSHState, pTableA), &A, sizeof A);
     std::memcpy(block + offsetof(VekrSHState, pTableB), &B, sizeof B);
     vekr::sh::fillTables(A, B, order);

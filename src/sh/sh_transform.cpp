@@ -130,12 +130,17 @@ void inverseBlock(const float* soa, int n, int rows, const float* const* coef, O
         }
 }
 
-// Checks 2..4 shared by all six transforms; returns true when there is work.
-bool countAndOrder(int count, uint32_t L, const VekrSHState& state, VekStatus& status)
+// Checks 2..4 shared by all six transforms, on the header copied out of the
+// caller's block; returns true when there is work.  A state type that
+// vekrSH_32f refuses is refused here too, before any basis is evaluated.
+bool countAndOrder(int count, uint32_t L, const VekrSHState* block, VekrSHState& state,
+                   VekStatus& status)
 {
+    state = readState(block);
     status = vekStsOk;
     if (count == 0) status = vekStsSize;
     else if (L > state.order) status = vekStsSelector;
+    else if (state.type != vekrSHDirect && state.type != vekrSHRecurrence) status = vekStsSelector;
     return status == vekStsOk && count > 0;
 }
 
@@ -154,9 +159,10 @@ extern "C" VEKR_API VekStatus vekrSHTFwd_32f_C1I(const float* pX, const float* p
 {
     if (!pX || !pY || !pZ || !pSrc || !pSrcDstCoeffs || !pState) return vekStsNullPtr;
     VekStatus status;
-    if (!countAndOrder(count, L, *pState, status)) return status;
+    VekrSHState state;
+    if (!countAndOrder(count, L, pState, state, status)) return status;
     float* const coef[1] = {pSrcDstCoeffs};
-    forEachBlock(pX, pY, pZ, count, L, *pState, [&](int i, int rows, const float* soa, int n) {
+    forEachBlock(pX, pY, pZ, count, L, state, [&](int i, int rows, const float* soa, int n) {
         float s[4][3];
         for (int j = 0; j < rows; ++j) s[j][0] = pSrc[i + j];
         forwardBlock<1>(soa, n, rows, s, coef);
@@ -172,8 +178,9 @@ extern "C" VEKR_API VekStatus vekrSHTFwd_32f_C3P3I(const float* pX, const float*
     if (!pX || !pY || !pZ || !pSrc || !pSrcDstCoeffs || !pState) return vekStsNullPtr;
     if (!pSrcDstCoeffs[0] || !pSrcDstCoeffs[1] || !pSrcDstCoeffs[2]) return vekStsNullPtr;
     VekStatus status;
-    if (!countAndOrder(count, L, *pState, status)) return status;
-    forEachBlock(pX, pY, pZ, count, L, *pState, [&](int i, int rows, const float* soa, int n) {
+    VekrSHState state;
+    if (!countAndOrder(count, L, pState, state, status)) return status;
+    forEachBlock(pX, pY, pZ, count, L, state, [&](int i, int rows, const float* soa, int n) {
         float s[4][3];
         for (int j = 0; j < rows; ++j)
             for (int c = 0; c < 3; ++c) s[j][c] = pSrc[3 * int64_t(i + j) + c];
@@ -191,8 +198,9 @@ extern "C" VEKR_API VekStatus vekrSHTFwd_32f_P3I(const float* pX, const float* p
     if (!pSrcDstCoeffs[0] || !pSrcDstCoeffs[1] || !pSrcDstCoeffs[2]) return vekStsNullPtr;
     if (!pSrc[0] || !pSrc[1] || !pSrc[2]) return vekStsNullPtr;
     VekStatus status;
-    if (!countAndOrder(count, L, *pState, status)) return status;
-    forEachBlock(pX, pY, pZ, count, L, *pState, [&](int i, int rows, const float* soa, int n) {
+    VekrSHState state;
+    if (!countAndOrder(count, L, pState, state, status)) return status;
+    forEachBlock(pX, pY, pZ, count, L, state, [&](int i, int rows, const float* soa, int n) {
         float s[4][3];
         for (int j = 0; j < rows; ++j)
             for (int c = 0; c < 3; ++c) s[j][c] = pSrc[c][i + j];
@@ -208,9 +216,10 @@ extern "C" VEKR_API VekStatus vekrSHTInv_32f_C1(const float* pSrcCoeffs, uint32_
 {
     if (!pX || !pY || !pZ || !pDst || !pSrcCoeffs || !pState) return vekStsNullPtr;
     VekStatus status;
-    if (!countAndOrder(count, L, *pState, status)) return status;
+    VekrSHState state;
+    if (!countAndOrder(count, L, pState, state, status)) return status;
     const float* const coef[1] = {pSrcCoeffs};
-    forEachBlock(pX, pY, pZ, count, L, *pState, [&](int i, int rows, const float* soa, int n) {
+    forEachBlock(pX, pY, pZ, count, L, state, [&](int i, int rows, const float* soa, int n) {
         inverseBlock<1>(soa, n, rows, coef, [&](int j, int, float v) { pDst[i + j] = v; });
     });
     return vekStsOk;
@@ -225,8 +234,9 @@ extern "C" VEKR_API VekStatus vekrSHTInv_32f_P3(const float* const pSrcCoeffs[3]
     if (!pSrcCoeffs[0] || !pSrcCoeffs[1] || !pSrcCoeffs[2]) return vekStsNullPtr;
     if (!pDst[0] || !pDst[1] || !pDst[2]) return vekStsNullPtr;
     VekStatus status;
-    if (!countAndOrder(count, L, *pState, status)) return status;
-    forEachBlock(pX, pY, pZ, count, L, *pState, [&](int i, int rows, const float* soa, int n) {
+    VekrSHState state;
+    if (!countAndOrder(count, L, pState, state, status)) return status;
+    forEachBlock(pX, pY, pZ, count, L, state, [&](int i, int rows, const float* soa, int n) {
         inverseBlock<3>(soa, n, rows, pSrcCoeffs,
                         [&](int j, int c, float v) { pDst[c][i + j] = v; });
     });
@@ -241,8 +251,9 @@ extern "C" VEKR_API VekStatus vekrSHTInv_32f_P3C3(const float* const pSrcCoeffs[
     if (!pX || !pY || !pZ || !pDst || !pSrcCoeffs || !pState) return vekStsNullPtr;
     if (!pSrcCoeffs[0] || !pSrcCoeffs[1] || !pSrcCoeffs[2]) return vekStsNullPtr;
     VekStatus status;
-    if (!countAndOrder(count, L, *pState, status)) return status;
-    forEachBlock(pX, pY, pZ, count, L, *pState, [&](int i, int rows, const float* soa, int n) {
+    VekrSHState state;
+    if (!countAndOrder(count, L, pState, state, status)) return status;
+    forEachBlock(pX, pY, pZ, count, L, state, [&](int i, int rows, const float* soa, int n) {
         inverseBlock<3>(soa, n, rows, pSrcCoeffs,
                         [&](int j, int c, float v) { pDst[3 * int64_t(i + j) + c] = v; });
     });

@@ -30,7 +30,8 @@ extern "C" VEKR_API VekStatus vekrResizeGetBufSize(const VekCuboid* pSrcVoi,
     if (st != vekStsOk) return st;
     const int32_t perThread = vekr::volume::resizeBufferPerThread(
         pDstVoi->width, pDstVoi->height, pDstVoi->depth, interpolation);
-    *pSize = vekr::volume::wrap32(int64_t{perThread} * ownGetNumThreads());
+    *pSize = static_cast<int32_t>(static_cast<uint32_t>(perThread) *
+                                  static_cast<uint32_t>(ownGetNumThreads()));
     return vekStsOk;
 }
 

@@ -20,26 +20,29 @@ constexpr I align64Spare(I n) noexcept { return (n + 127) & ~I(63); }
 template <class I>
 constexpr I align64Spare3(I n) noexcept { return (n + 255) & ~I(63); }
 
-constexpr int32_t wrap32(int64_t v) noexcept
+// One thread's bytes for a W x H x D destination in the unsigned type U:
+// uint32_t gives the query's 32-bit arithmetic, wrapping where it overflows;
+// a 128-bit type gives the true size.
+template <class U>
+constexpr U resizeBytesPerThread(U w, U h, U d, int mode) noexcept
 {
-    return static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(v)));
+    const U n = 1;  // channels
+    const U base = 4 * (align16(w) + align16(h) + align16(d));
+    if (mode == 1) return base + 64;
+    const U base64 = base + 4 * (align64(w) + align64(h) + align64(d));
+    if (mode == 2)
+        return base64 + 4 * n * align64Spare(2 * w) + 4 * n * 2 * h * align64(w) +
+               4 * n * align64Spare(8 * (w + h)) + 64;
+    return base64 + 4 * n * align64Spare3(4 * w) + 4 * n * 4 * h * align64(w) +
+           4 * align64Spare3(4 * w) + 4 * align64Spare3(4 * h) + 4 * align64Spare3(4 * d) +
+           4 * n * align64Spare3(48 * (w + h)) + 64;
 }
 
-// Signed 32-bit results as the callers see them; the sums are formed in 64
-// bits and wrapped to 32 so that absurd sizes stay defined behaviour.
-constexpr int32_t resizeBufferPerThread(int32_t w32, int32_t h32, int32_t d32, int mode) noexcept
+// The size the query reports per thread: signed 32-bit as callers see it.
+constexpr int32_t resizeBufferPerThread(int32_t w, int32_t h, int32_t d, int mode) noexcept
 {
-    const int64_t w = w32, h = h32, d = d32;
-    const int64_t n = 1;  // channels
-    const int64_t base = 4 * (align16(w) + align16(h) + align16(d));
-    if (mode == 1) return wrap32(base + 64);
-    const int64_t base64 = base + 4 * (align64(w) + align64(h) + align64(d));
-    if (mode == 2)
-        return wrap32(base64 + 4 * n * align64Spare(2 * w) + 4 * n * 2 * h * align64(w) +
-                      4 * n * align64Spare(8 * (w + h)) + 64);
-    return wrap32(base64 + 4 * n * align64Spare3(4 * w) + 4 * n * 4 * h * align64(w) +
-           4 * align64Spare3(4 * w) + 4 * align64Spare3(4 * h) + 4 * align64Spare3(4 * d) +
-           4 * n * align64Spare3(48 * (w + h)) + 64);
+    return static_cast<int32_t>(resizeBytesPerThread<uint32_t>(
+        static_cast<uint32_t>(w), static_cast<uint32_t>(h), static_cast<uint32_t>(d), mode));
 }
 
 }  // namespace vekr::volume

@@ -121,11 +121,22 @@ void pairPath(const int16_t* const* src, ptrdiff_t srcStep, int16_t* const* dst,
 
 }  // namespace
 
+// The query's 32-bit arithmetic, wrapping (unsigned) where it overflows.
 int32_t bufferSize(int width, const VekVolumeSize& ks, int channels) noexcept
 {
-    const int64_t sums = roundUp16(static_cast<int64_t>(width) * channels) * 4;
-    const int64_t coeffs = static_cast<int64_t>((ks.width + 1) / 2) * 16 * ks.height * ks.depth * 2;
-    return static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(sums + coeffs)));
+    auto u = [](int v) { return static_cast<uint32_t>(v); };
+    const uint32_t sums = ((u(width) * u(channels) + 15u) & ~15u) * 4u;
+    const uint32_t coeffs = ((u(ks.width) + 1u) / 2u) * 16u * u(ks.height) * u(ks.depth) * 2u;
+    return static_cast<int32_t>(sums + coeffs);
+}
+
+int64_t bufferUse(Path path, int width) noexcept
+{
+    // Up to 15 bytes to align the row of sums, the row, and for the pair
+    // paths the packed coefficients after the row rounded to 16.
+    if (path == Path::General) return 15 + int64_t{4} * width;
+    const int64_t pairs = path == Path::Cube3 ? (27 + 1) / 2 : (125 + 1) / 2;
+    return 15 + 4 * roundUp16(width) + 16 * pairs;
 }
 
 Path choosePath(const int32_t* kernel, const VekVolumeSize& ks, int width) noexcept
@@ -163,12 +174,15 @@ void runPath(Path path, const int16_t* const* src, ptrdiff_t srcStep, int16_t* c
     }
 }
 
-void run(const int16_t* const* src, ptrdiff_t srcStep, int16_t* const* dst, ptrdiff_t dstStep,
+bool run(const int16_t* const* src, ptrdiff_t srcStep, int16_t* const* dst, ptrdiff_t dstStep,
          const VekVolumeSize& roi, const int32_t* kernel, const VekVolumeSize& ks,
          const int32_t anchor[3], int32_t divisor, uint8_t* buffer, Isa isa)
 {
-    runPath(choosePath(kernel, ks, roi.width), src, srcStep, dst, dstStep, roi, kernel, ks,
-            anchor, divisor, buffer, isa);
+    const Path path = choosePath(kernel, ks, roi.width);
+    const int32_t reported = bufferSize(roi.width, ks, 1);
+    if (bufferUse(path, roi.width) > reported) return false;
+    runPath(path, src, srcStep, dst, dstStep, roi, kernel, ks, anchor, divisor, buffer, isa);
+    return true;
 }
 
 }  // namespace vekr::filter
@@ -207,9 +221,9 @@ extern "C" VEKR_API VekStatus vekrFilter_16s_C1PV(const int16_t* const pSrc[], i
     if (divisor == 0) return vekStsSize;
     return vekr::guarded([&] {
         using vekr::volume::rowStepElements;
-        vekr::filter::run(pSrc, rowStepElements<int16_t>(srcStep), pDst,
-                          rowStepElements<int16_t>(dstStep), roi, pKernel, ks, anchor,
-                          divisor, pBuffer, vekr::bestIsa());
-        return vekStsOk;
+        const bool done = vekr::filter::run(pSrc, rowStepElements<int16_t>(srcStep), pDst,
+                                            rowStepElements<int16_t>(dstStep), roi, pKernel,
+                                            ks, anchor, divisor, pBuffer, vekr::bestIsa());
+        return done ? vekStsOk : vekStsSize;
     });
 }

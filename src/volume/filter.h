@@ -44,9 +44,14 @@ Path choosePath(const int32_t* kernel, const VekVolumeSize& kernelSize, int widt
 // arithmetic gives them.
 int32_t bufferSize(int width, const VekVolumeSize& kernelSize, int channels) noexcept;
 
+// Bytes of the work buffer a path uses for a destination row of `width`.
+int64_t bufferUse(Path path, int width) noexcept;
+
 // The whole filter after the argument checks, with the kernel set of `isa`
-// for the pair paths.  Steps are in elements.
-void run(const int16_t* const* src, ptrdiff_t srcStep, int16_t* const* dst, ptrdiff_t dstStep,
+// for the pair paths.  Steps are in elements.  Returns false, having written
+// nothing, when the path needs more buffer than the query reports (where the
+// query's 32-bit arithmetic has wrapped).
+bool run(const int16_t* const* src, ptrdiff_t srcStep, int16_t* const* dst, ptrdiff_t dstStep,
          const VekVolumeSize& roi, const int32_t* kernel, const VekVolumeSize& kernelSize,
          const int32_t anchor[3], int32_t divisor, uint8_t* buffer, Isa isa);
 

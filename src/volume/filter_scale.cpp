@@ -29,11 +29,14 @@ inline int16_t saturate16(int32_t v) noexcept
     return static_cast<int16_t>(v < -32768 ? -32768 : v > 32767 ? 32767 : v);
 }
 
-// (s + 2^(n-1) - 1 + ((s >> n) & 1)) >> n in wrapping 32-bit arithmetic.
+// (s + 2^(n-1) - 1 + ((s >> n) & 1)) >> n, exact for every 32-bit s: with
+// s = q * 2^n + r (0 <= r < 2^n) it is q + ((r + 2^(n-1) - 1 + (q & 1)) >> n),
+// and neither sum can leave 32 bits (n <= 30).
 inline int32_t shiftHalfEven(int32_t s, int n) noexcept
 {
-    const uint32_t bias = (1u << (n - 1)) - 1u + (static_cast<uint32_t>(s >> n) & 1u);
-    return static_cast<int32_t>(static_cast<uint32_t>(s) + bias) >> n;
+    const int32_t q = s >> n;
+    const int32_t r = s & ((1 << n) - 1);
+    return q + ((r + (1 << (n - 1)) - 1 + (q & 1)) >> n);
 }
 
 // float(s) * recip, clamped to the int16 range while still a float (the
@@ -50,13 +53,14 @@ inline int32_t floatRound(int32_t s, float recip) noexcept
 // saturation).
 template <DivRule R>
 struct Scale4 {
-    __m128i shiftCount, half, one;
+    __m128i shiftCount, half, one, low;
     __m128 recip, lo, hi;
 
     explicit Scale4(const Divisor& d)
         : shiftCount(_mm_cvtsi32_si128(d.shift)),
           half(_mm_set1_epi32(d.rule == DivRule::Shift ? (1 << (d.shift - 1)) - 1 : 0)),
           one(_mm_set1_epi32(1)),
+          low(_mm_set1_epi32(d.rule == DivRule::Shift ? (1 << d.shift) - 1 : 0)),
           recip(_mm_set1_ps(d.recip)),
           lo(_mm_set1_ps(-32768.0f)),
           hi(_mm_set1_ps(32767.0f))
@@ -68,9 +72,11 @@ struct Scale4 {
         if constexpr (R == DivRule::One) {
             return s;
         } else if constexpr (R == DivRule::Shift) {
-            const __m128i odd = _mm_and_si128(_mm_sra_epi32(s, shiftCount), one);
-            const __m128i t = _mm_add_epi32(_mm_add_epi32(s, half), odd);
-            return _mm_sra_epi32(t, shiftCount);
+            // As shiftHalfEven: quotient plus the rounded remainder.
+            const __m128i q = _mm_sra_epi32(s, shiftCount);
+            const __m128i r = _mm_and_si128(s, low);
+            const __m128i t = _mm_add_epi32(_mm_add_epi32(r, half), _mm_and_si128(q, one));
+            return _mm_add_epi32(q, _mm_sra_epi32(t, shiftCount));
         } else {
             __m128 f = _mm_mul_ps(_mm_cvtepi32_ps(s), recip);
             f = _mm_min_ps(_mm_max_ps(f, lo), hi);

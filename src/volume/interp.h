@@ -115,11 +115,14 @@ struct Split {
     float t;
 };
 
+// A floor beyond the int32 range is held at its end (every caller clamps
+// the taps to the volume, so nothing changes); a NaN gives i = 0.
 inline Split splitCoordinate(double s) noexcept
 {
     double r = std::nearbyint(s);
     if (r > s) r -= 1.0;
-    return Split{static_cast<int32_t>(r), static_cast<float>(s - r)};
+    const double i = r < -2147483648.0 ? -2147483648.0 : r > 2147483647.0 ? 2147483647.0 : r;
+    return Split{i == i ? static_cast<int32_t>(i) : 0, static_cast<float>(s - r)};
 }
 
 }  // namespace vekr::volume

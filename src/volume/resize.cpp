@@ -13,9 +13,22 @@
 namespace vekr::volume {
 namespace {
 
-template <class SrcL, class DstL>
-VekStatus resizeSerial(const SrcL& src, const DstL& dst, const ResizePlan& plan, uint8_t* pBuffer)
+// The size the caller was told to allocate, asked again now.  Where the
+// query's 32-bit arithmetic has wrapped it is smaller than the work, and the
+// call is refused with vekStsSize before anything is written.
+int32_t reportedSize(const VekCuboid& srcVoi, const VekCuboid& dstVoi, int mode)
 {
+    int total = 0;
+    vekrResizeGetBufSize(&srcVoi, &dstVoi, 1, mode, &total);
+    return total;
+}
+
+template <class SrcL, class DstL>
+VekStatus resizeSerial(const SrcL& src, const DstL& dst, const ResizePlan& plan,
+                       const VekCuboid& srcVoi, const VekCuboid& dstVoi, uint8_t* pBuffer)
+{
+    const auto buffer = reinterpret_cast<uintptr_t>(pBuffer);
+    if (!sharesFit(buffer, reportedSize(srcVoi, dstVoi, plan.mode), 1, plan)) return vekStsSize;
     const ResizeWork w = buildResizeWork(pBuffer, plan);
     resizeSlab(src, dst, plan, w, 0, plan.z.count());
     return vekStsOk;
@@ -32,18 +45,24 @@ VekStatus resizeParallel(const SrcL& src, const DstL& dst, const ResizePlan& pla
 {
     const int threads = ownGetNumThreads();
     if (threads <= 1 || plan.x.count() < 16 || plan.y.count() < 16 || plan.z.count() < 16)
-        return resizeSerial(src, dst, plan, pBuffer);
+        return resizeSerial(src, dst, plan, srcVoi, dstVoi, pBuffer);
+    const auto buffer = reinterpret_cast<uintptr_t>(pBuffer);
     int total = 0;
+    bool fits = false;
     parallelRegion(
         threads,
-        [&](int) { vekrResizeGetBufSize(&srcVoi, &dstVoi, 1, plan.mode, &total); },
+        [&](int team) {
+            total = reportedSize(srcVoi, dstVoi, plan.mode);
+            fits = sharesFit(buffer, total, team, plan);
+        },
         [&](int thread, int team) {
+            if (!fits) return;
             const Range r = lastTakesRest(plan.z.count(), thread, team);
-            uint8_t* share = pBuffer + (int64_t{total} * thread) / team;
+            uint8_t* share = pBuffer + resizeShare(buffer, total, thread, team, plan).begin;
             const ResizeWork w = buildResizeWork(share, plan);
             if (r.begin < r.end) resizeSlab(src, dst, plan, w, r.begin, r.end);
         });
-    return vekStsOk;
+    return fits ? vekStsOk : vekStsSize;
 }
 
 }  // namespace vekr::volume
@@ -69,7 +88,7 @@ VekStatus resizeV(const T* pSrc, const VekVolumeSize* pSrcVolume, int srcStep, i
     const BlockVolume<T> dst(pDst, dstStep, dstPlaneStep);
     return vekr::guarded([&]() -> VekStatus {
         if (parallel) return resizeParallel(src, dst, plan, *pSrcVoi, *pDstVoi, pBuffer);
-        return resizeSerial(src, dst, plan, pBuffer);
+        return resizeSerial(src, dst, plan, *pSrcVoi, *pDstVoi, pBuffer);
     });
 }
 
@@ -88,7 +107,8 @@ VekStatus resizePV(const T* const pSrc[], const VekVolumeSize* pSrcVolume, int s
     if (st != vekStsOk) return st;
     const SliceVolume<const T> src(pSrc, srcStep);
     const SliceVolume<T> dst(pDst, dstStep);
-    return vekr::guarded([&]() -> VekStatus { return resizeSerial(src, dst, plan, pBuffer); });
+    return vekr::guarded(
+        [&]() -> VekStatus { return resizeSerial(src, dst, plan, *pSrcVoi, *pDstVoi, pBuffer); });
 }
 
 }  // namespace

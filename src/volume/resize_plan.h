@@ -2,6 +2,7 @@
 // per-call tables it keeps in the caller's work buffer.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "vekr.h"
@@ -69,5 +70,20 @@ struct ResizeWork {
 // Lays the tables, ring and planes out in a share of the work buffer (at
 // most resizeBufferPerThread of the box's size) and fills the tables.
 ResizeWork buildResizeWork(uint8_t* share, const ResizePlan& plan) noexcept;
+
+// Bytes that buildResizeWork uses from a share at address `share` on;
+// INT64_MAX when the box is too large for any buffer the query can report.
+int64_t resizeWorkBytes(uintptr_t share, const ResizePlan& plan) noexcept;
+
+// The part [begin, end) of a work buffer of `total` bytes at `buffer` that
+// thread `thread` of a team of `team` uses: it starts at (total * thread) /
+// team.  The resize runs only when each share ends at or before the start
+// of the next one and the last inside the buffer (sharesFit).
+struct ShareSpan {
+    int64_t begin, end;
+};
+ShareSpan resizeShare(uintptr_t buffer, int32_t total, int thread, int team,
+                      const ResizePlan& plan) noexcept;
+bool sharesFit(uintptr_t buffer, int32_t total, int team, const ResizePlan& plan) noexcept;
 
 }  // namespace vekr::volume
