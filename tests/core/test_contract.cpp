@@ -4,6 +4,7 @@
 // call with nothing to do) wrote nothing there.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cmath>
 #include <cstring>
 #include <functional>
@@ -31,7 +32,8 @@ struct Env {
     vekr::test::Mesh mesh = vekr::test::randomTriangles(8, 1);
     const float* v3[3];
     const float* uv[2];
-    alignas(16) uint8_t direct[64], recur[4096];
+    alignas(16) uint8_t direct[64], recur[4096], foreign[64] = {};
+    bool foreignState = false;  // sh() then gives a header of order 4, type 2, at an odd address
 
     Env()
     {
@@ -39,6 +41,8 @@ struct Env {
         uv[0] = uv[1] = fin.data();
         EXPECT_EQ(vekrSHInit_32f(reinterpret_cast<VekrSHState*>(direct), 3, vekrSHDirect), vekStsOk);
         EXPECT_EQ(vekrSHInit_32f(reinterpret_cast<VekrSHState*>(recur), 15, vekrSHRecurrence), vekStsOk);
+        const uint32_t header[2] = {4, 2};
+        std::memcpy(foreign + 5, header, sizeof header);
     }
     template <class T = float>
     T* out(int region) { return reinterpret_cast<T*>(arena.data() + kRegion * region); }
@@ -50,6 +54,7 @@ struct Env {
     }
     const VekrSHState* sh(bool recurrence = false) const
     {
+        if (foreignState) return reinterpret_cast<const VekrSHState*>(foreign + 5);
         return reinterpret_cast<const VekrSHState*>(recurrence ? recur : direct);
     }
     bool untouched() const
@@ -216,6 +221,14 @@ std::vector<Row> shRows()
         {"SHBand count 0", vekStsSize, [](Env& e) { return vekrSHBand_32f(e.fin.data(), e.fin.data(), e.fin.data(), 0, e.out(0), 15); }},
         {"SHBand count -3", vekStsOk, [](Env& e) { return vekrSHBand_32f(e.fin.data(), e.fin.data(), e.fin.data(), -3, e.out(0), 15); }},
     };
+    // Types outside the enumeration, passed as the integers a C caller passes;
+    // orders whose true state size does not fit in 32 bits.
+    for (int32_t t : {3, 7, INT_MAX, INT_MIN}) {
+        rows.push_back({"SHGetSize type " + std::to_string(t), vekStsSelector, [=](Env& e) { return vekrSHGetSize_32f(3, VekrSHType(t), e.out<uint32_t>(0)); }});
+        rows.push_back({"SHInit type " + std::to_string(t), vekStsSelector, [=](Env& e) { return vekrSHInit_32f(e.out<VekrSHState>(0), 3, VekrSHType(t)); }});
+    }
+    for (uint32_t order : {32767u, 65535u, UINT32_MAX})
+        rows.push_back({"SHInit order " + std::to_string(order), vekStsSize, [=](Env& e) { return vekrSHInit_32f(e.out<VekrSHState>(0), order, vekrSHRecurrence); }});
     for (int k = 0; k < 3; ++k)
         rows.push_back({"SHBand null plane " + std::to_string(k), vekStsNullPtr, [=](Env& e) {
             const float* p[3] = {e.fin.data(), e.fin.data(), e.fin.data()};
@@ -252,6 +265,12 @@ std::vector<Row> shRows()
         rows.push_back({name + " count 0", vekStsSize, [f = f](Env& e) { return f(e, -1, 0, 9); }});
         rows.push_back({name + " order above the state's", vekStsSelector, [f = f](Env& e) { return f(e, -1, -1, 4); }});
         rows.push_back({name + " negative count", vekStsOk, [f = f](Env& e) { return f(e, -1, -5, 3); }});
+        for (int count : {2, -3})
+            rows.push_back({name + " state of type 2", vekStsSelector, [f = f, count](Env& e) {
+                e.foreignState = true;
+                const VekStatus st = f(e, -1, count, 2);
+                e.foreignState = false;
+                return st; }});
     }
     // Rows whose planar argument has one null plane.
     for (int k = 0; k < 3; ++k) {
@@ -334,6 +353,9 @@ void volumeRows(std::vector<Row>& rows, const std::string& type)
         {"zero x factor", {vekStsResizeFactor, [](C& c) { c.mode = 3; c.f[0] = 0; }}},
         {"negative y factor", {vekStsResizeFactor, [](C& c) { c.mode = 3; c.f[1] = -0.5; }}},
         {"NaN z factor", {vekStsResizeFactor, [](C& c) { c.mode = 3; c.f[2] = kDNaN; }}},
+        {"infinite x factor", {vekStsResizeFactor, [](C& c) { c.mode = 3; c.f[0] = HUGE_VAL; }}},
+        {"NaN y shift", {vekStsResizeFactor, [](C& c) { c.mode = 3; c.f[4] = kDNaN; }}},
+        {"infinite z shift", {vekStsResizeFactor, [](C& c) { c.f[5] = -HUGE_VAL; }}},
         {"mode 3 before the origin warning", {vekStsInterpolation, [](C& c) { c.mode = 3; c.srcVoi.x = 8; }}},
         {"mode 0", {vekStsInterpolation, [](C& c) { c.mode = 0; }}},
         {"mode 8", {vekStsInterpolation, [](C& c) { c.mode = 8; }}},

@@ -3,32 +3,14 @@
 #include <omp.h>
 
 #include <atomic>
-#include <cstring>
 #include <vector>
 
-#include "core/alloc.h"
 #include "core/isa.h"
 #include "core/parallel.h"
 #include "vekcore.h"
 #include "vekr.h"
 
 namespace {
-
-TEST(Version, FieldsAndPointerIdentity)
-{
-    const VekLibraryVersion* v = vekrGetLibVersion();
-    ASSERT_NE(v, nullptr);
-    EXPECT_EQ(v, vekrGetLibVersion());
-    EXPECT_EQ(v->major, 6);
-    EXPECT_EQ(v->minor, 1);
-    EXPECT_EQ(v->majorBuild, 137);
-    EXPECT_EQ(v->build, 683);
-    const char cpu[4] = {'w', '5', 0, 0};
-    EXPECT_EQ(std::memcmp(v->targetCpu, cpu, 4), 0);
-    EXPECT_STREQ(v->name, "vekrw5-6.1.dll");
-    EXPECT_STREQ(v->version, "6.1 build 137.36");
-    EXPECT_STREQ(v->buildDate, "Sep 29 2009");
-}
 
 TEST(Parallel, PartitionsCoverTheRangeOnce)
 {

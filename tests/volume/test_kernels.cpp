@@ -1,14 +1,12 @@
 // The shared volume building blocks: the work buffer follows the thread
 // count, and the interpolation kernels are their polynomials.
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <cmath>
 #include <cstdint>
 #include <limits>
 #include <vector>
 
-#include "vekcore.h"
 #include "vekr.h"
 #include "volume/bufsize.h"
 #include "volume/convert.h"
@@ -22,21 +20,6 @@ namespace {
 const VekCuboid kGood{0, 0, 0, 10, 10, 10};
 
 }  // namespace
-
-TEST(VolumeBufSize, FollowsThreadCount)
-{
-    const int saved = omp_get_max_threads();
-    const VekCuboid d{0, 0, 0, 20, 30, 40};
-    int one = 0, two = 0;
-    omp_set_num_threads(1);
-    const int t1 = ownGetNumThreads();
-    ASSERT_EQ(vekrResizeGetBufSize(&kGood, &d, 1, 6, &one), vekStsOk);
-    omp_set_num_threads(2);
-    const int t2 = ownGetNumThreads();
-    ASSERT_EQ(vekrResizeGetBufSize(&kGood, &d, 1, 6, &two), vekStsOk);
-    omp_set_num_threads(saved);
-    EXPECT_EQ(int64_t{one} * t2, int64_t{two} * t1);
-}
 
 // The kernels against the expanded polynomials, evaluated in long double.
 TEST(VolumeKernels, MatchPolynomials)

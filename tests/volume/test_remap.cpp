@@ -2,7 +2,6 @@
 // identity maps, the float bound test, NaN map values, the checks, the
 // small-source rule and the threaded slab split.
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <cmath>
 #include <limits>
@@ -174,26 +173,6 @@ TEST(Remap, SmallSourceDowngradesTheMode)
             EXPECT_TRUE(got == want) << "mode " << mode;
         }
     }
-}
-
-TEST(Remap, ThreadedSlabsEqualTheSerialRun)
-{
-    std::mt19937 rng(34);
-    Slices<uint8_t> src(20, 20, 20);
-    src.fill([&] { return vekr::test::randomValue<uint8_t>(rng); });
-    const VekCuboid sv{0, 0, 0, 20, 20, 20};
-    const VekVolumeSize roi{17, 16, 21};
-    const Maps m = smoothMaps(rng, roi, src.size());
-    const int saved = omp_get_max_threads();
-    for (int mode : {1, 2, 5}) {
-        Slices<uint8_t> one(17, 16, 21), two(17, 16, 21);
-        omp_set_num_threads(1);
-        ASSERT_EQ(remapCall(src, sv, m, one, roi, mode), vekStsOk);
-        omp_set_num_threads(2);
-        ASSERT_EQ(remapCall(src, sv, m, two, roi, mode), vekStsOk);
-        EXPECT_TRUE(one == two) << "mode " << mode;
-    }
-    omp_set_num_threads(saved);
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 // both layouts and every mode; checks, warnings, identity, slice copies,
 // saturation, the threaded path and a real volume.
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -208,29 +207,6 @@ TEST(VolumeResize, BoxBiases)
     ASSERT_EQ(st, vekStsOk);
     for (int x = 0; x < 10; ++x)
         EXPECT_EQ(got.at(x, 0, 0) != sentinel<float>(), x >= 0 && x < 6) << x;
-}
-
-// vekrResize_32f_C1V on two threads gives the serial result, for every mode,
-// with slabs that do not divide evenly.
-TEST(VolumeResize, ThreadedEqualsSerial)
-{
-    const Dense<float> src = randomVolume<float>(24, 20, 19, 14);
-    const int saved = omp_get_max_threads();
-    for (int mode : kModes) {
-        Call c{{0, 0, 0, 24, 20, 19}, {0, 0, 0, 40, 33, 35}, {1.6, 1.5, 1.7}, {0.25, 0, -0.4}, mode};
-        Dense<float> out[2];
-        for (int threads : {1, 2}) {
-            omp_set_num_threads(threads);
-            VekStatus st;
-            out[threads - 1] = runResize(src, Dense<float>(40, 33, 35, sentinel<float>()), c, true, st);
-            EXPECT_EQ(st, vekStsOk);
-        }
-        EXPECT_EQ(out[0].data, out[1].data) << mode;
-        Dense<float> expect(40, 33, 35, sentinel<float>());
-        vekr::test::refResize(src, c.srcVoi, expect, c.dstVoi, c.f, c.sh, c.mode);
-        EXPECT_EQ(out[1].data, expect.data) << mode;
-    }
-    omp_set_num_threads(saved);
 }
 
 // The real volume: skull_2.9.inr (256-byte header, 64^3 little-endian floats).

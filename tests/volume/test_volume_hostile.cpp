@@ -101,26 +101,6 @@ TEST(VolumeHostile, ResizeNeverUsesMoreThanTheQueryReports)
     });
 }
 
-// A factor or shift that is NaN or infinite is refused with
-// vekStsResizeFactor and nothing is written.
-TEST(VolumeHostile, ResizeRefusesNonFiniteFactorsAndShifts)
-{
-    const VekVolumeSize vol{4, 4, 4};
-    const VekCuboid voi{0, 0, 0, 4, 4, 4};
-    std::vector<uint8_t> in(64, 7), out(64, 99), buf(1 << 16, 0);
-    const double bad[] = {std::numeric_limits<double>::quiet_NaN(), HUGE_VAL, -HUGE_VAL};
-    for (int arg = 0; arg < 6; ++arg)
-        for (double v : bad) {
-            double a[6] = {1, 1, 1, 0, 0, 0};
-            a[arg] = v;
-            EXPECT_EQ(vekrResize_8u_C1V(in.data(), &vol, 4, 16, &voi, out.data(), 4, 16, &voi,
-                                        a[0], a[1], a[2], a[3], a[4], a[5], 2, buf.data()),
-                      vekStsResizeFactor)
-                << arg << " " << v;
-        }
-    for (uint8_t b : out) ASSERT_EQ(b, 99);
-}
-
 // Power-of-two divisors round half to even exactly, also where the old
 // rounding step wrapped (sums above 2^31 - 1 - divisor / 2), on the scalar
 // and the vector conversion (a row of 23 voxels: 16 + 4 + 3).

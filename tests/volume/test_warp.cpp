@@ -2,7 +2,6 @@
 // reference, identity copies, the coefficient checks, the small-source mode
 // rule, inclusive bounds, rounding ties and the threaded slab split.
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <cmath>
 #include <random>
@@ -153,28 +152,6 @@ TEST(WarpAffine, InclusiveBoundsAndTiesToEven)
         ASSERT_EQ(warp(src, sv, dst, dv, c, 2), vekStsOk);
         EXPECT_EQ(dst.at(0, 0, 0), beyond == 0.0 ? 70 : 1);
     }
-}
-
-TEST(WarpAffine, ThreadedSlabsEqualTheSerialRun)
-{
-    std::mt19937 rng(24);
-    Slices<float> src(30, 28, 26);
-    src.fill([&] { return vekr::test::randomValue<float>(rng); });
-    const VekCuboid sv{0, 0, 0, 30, 28, 26};
-    const VekCuboid dv{1, 0, 2, 24, 20, 19};
-    double c[3][4];
-    const double t[3] = {1.5, -0.5, 0.25};
-    rotationShear(0.3, 0.1, t, c);
-    const int saved = omp_get_max_threads();
-    for (int mode : {1, 2, 4}) {
-        Slices<float> one(28, 24, 24), two(28, 24, 24);
-        omp_set_num_threads(1);
-        ASSERT_EQ(warp(src, sv, one, dv, c, mode), vekStsOk);
-        omp_set_num_threads(3);
-        ASSERT_EQ(warp(src, sv, two, dv, c, mode), vekStsOk);
-        EXPECT_TRUE(one == two) << "mode " << mode;
-    }
-    omp_set_num_threads(saved);
 }
 
 }  // namespace
