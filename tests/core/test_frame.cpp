@@ -1,4 +1,4 @@
-// Version record, allocation wrappers and the parallel-region helper.
+// The parallel-region helper and the instruction-set detection.
 #include <gtest/gtest.h>
 #include <omp.h>
 
