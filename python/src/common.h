@@ -118,6 +118,24 @@ struct Scratch {
     T& operator[](size_t i) const { return mem.get()[i]; }
 };
 
+// Scratch of at least `bytes` (64-byte aligned) that stays with the calling
+// thread and is reused by every chunk it runs, so the chunks of a large call
+// allocate (and fault in) nothing.  Two slots per thread.
+inline void* threadScratch(int slot, size_t bytes)
+{
+    struct Slot {
+        Scratch<uint8_t> mem{64};
+        size_t capacity = 64;
+    };
+    thread_local Slot slots[2];
+    Slot& s = slots[slot];
+    if (s.capacity < bytes) {
+        s.mem = Scratch<uint8_t>(bytes);
+        s.capacity = bytes;
+    }
+    return s.mem.get();
+}
+
 void initRays(py::module_& m);
 void initSh(py::module_& m);
 void initNdimage(py::module_& m);

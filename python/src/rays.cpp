@@ -149,13 +149,17 @@ public:
         runParts(parts(n), threadCount(threads), [&](int p) {
             const size_t s = size_t(p) * kChunk, cnt = std::min(kChunk, n - s), np = pad16(cnt);
             requireFinite(D + s * 3, cnt * 3, "directions");
-            Scratch<float> buf(np * 9);
-            Scratch<int32_t> tri(np);
-            float* dir[3] = {buf.get(), buf.get() + np, buf.get() + 2 * np};
-            float* org[3] = {buf.get() + 3 * np, buf.get() + 4 * np, buf.get() + 5 * np};
-            float* dist = buf.get() + 6 * np;
-            float* hit[2] = {buf.get() + 7 * np, buf.get() + 8 * np};
-            std::fill(buf.get(), buf.get() + np * 9, 0.0f);
+            float* buf = static_cast<float*>(threadScratch(0, np * 9 * sizeof(float)));
+            int32_t* tri = static_cast<int32_t*>(threadScratch(1, np * sizeof(int32_t)));
+            float* dir[3] = {buf, buf + np, buf + 2 * np};
+            float* org[3] = {buf + 3 * np, buf + 4 * np, buf + 5 * np};
+            float* dist = buf + 6 * np;
+            float* hit[2] = {buf + 7 * np, buf + 8 * np};
+            // Padding lanes get a limit of 0, so the library does not trace them.
+            for (size_t i = cnt; i < np; ++i) {
+                for (int c = 0; c < 3; ++c) dir[c][i] = org[c][i] = 0.0f;
+                dist[i] = 0.0f;
+            }
             for (size_t i = 0; i < cnt; ++i) {
                 for (int c = 0; c < 3; ++c) {
                     dir[c][i] = D[(s + i) * 3 + c];
@@ -165,9 +169,9 @@ public:
             }
             const VekSize ext{4, static_cast<int>(np / 4)};
             if (shared)
-                vekrIntersectEyeSO_32f(O, dir, dist, hit, tri.get(), &ctx, ext);
+                vekrIntersectEyeSO_32f(O, dir, dist, hit, tri, &ctx, ext);
             else
-                vekrIntersectMO_32f(org, dir, dist, hit, tri.get(), &ctx, ext);
+                vekrIntersectMO_32f(org, dir, dist, hit, tri, &ctx, ext);
             for (size_t i = 0; i < cnt; ++i) {
                 const bool h = tri[i] >= 0;
                 pt[s + i] = h ? dist[i] : kInf;
