@@ -4,28 +4,11 @@
 
 #include "common.h"
 #include "core/isa.h"
+#include "vekr_status.h"
 
 namespace vekrpy {
 
 namespace {
-
-const char* statusName(VekStatus st)
-{
-    switch (st) {
-    case vekStsNoMem: return "vekStsNoMem";
-    case vekStsBadArg: return "vekStsBadArg";
-    case vekStsSize: return "vekStsSize";
-    case vekStsSelector: return "vekStsSelector";
-    case vekStsNullPtr: return "vekStsNullPtr";
-    case vekStsMemBudget: return "vekStsMemBudget";
-    case vekStsOutOfRange: return "vekStsOutOfRange";
-    case vekStsInterpolation: return "vekStsInterpolation";
-    case vekStsResizeFactor: return "vekStsResizeFactor";
-    case vekStsChannelCount: return "vekStsChannelCount";
-    case vekStsAffineCoeff: return "vekStsAffineCoeff";
-    default: return "unknown";
-    }
-}
 
 std::string joinNames(std::initializer_list<const char*> names)
 {
@@ -112,7 +95,7 @@ PYBIND11_MODULE(_vekr, m)
             if (p) std::rethrow_exception(p);
         } catch (const StatusError& e) {
             py::object cls = py::module_::import("vekr._errors").attr("VekrError");
-            py::object err = cls(e.code, statusName(e.code), e.function);
+            py::object err = cls(e.code, vekrStatusName(e.code), e.function);
             PyErr_SetObject(cls.ptr(), err.ptr());
         }
     });
