@@ -23,7 +23,9 @@ import itertools
 import math
 
 import dask
+from dask.base import tokenize
 import dask.array as da
+from dask.highlevelgraph import HighLevelGraph
 import numpy as np
 
 from . import ndimage as _nd
@@ -61,12 +63,40 @@ def _offsets(chunks):
     return [np.concatenate(([0], np.cumsum(c))).astype(int) for c in chunks]
 
 
-def _assemble(blocks, grid_shape, chunks, dtype):
-    arrays = np.empty(grid_shape, dtype=object)
-    for idx in itertools.product(*(range(g) for g in grid_shape)):
-        shape = tuple(chunks[a][i] for a, i in enumerate(idx))
-        arrays[idx] = da.from_delayed(blocks[idx], shape, dtype)
-    return da.block(arrays.tolist())
+def _key(keys, idx):
+    for i in idx:
+        keys = keys[i]
+    return keys
+
+
+def _piece(blocks, index):
+    return np.block(blocks)[index]
+
+
+def _gather(parts):
+    return np.ascontiguousarray(np.block(parts))
+
+
+def _source(darr, runs):
+    """A task giving the source voxels of runs[axis] = [(a, b), ...], in that order."""
+    offs = _offsets(darr.chunks)
+    keys = darr.__dask_keys__()
+
+    def piece(spans):
+        sel = [range(np.searchsorted(o, a, "right") - 1, np.searchsorted(o, b, "left")) for o, (a, b) in
+               zip(offs, spans)]
+        nested = [[[_key(keys, (i, j, k)) for k in sel[2]] for j in sel[1]] for i in sel[0]]
+        index = tuple(slice(a - o[r[0]], b - o[r[0]]) for o, r, (a, b) in zip(offs, sel, spans))
+        return (_piece, nested, index)
+
+    parts = [[[piece((rz, ry, rx)) for rx in runs[2]] for ry in runs[1]] for rz in runs[0]]
+    return (_gather, parts)
+
+
+def _array(name, tasks, chunks, dtype, deps):
+    graph = {(name,) + idx: task for idx, task in tasks}
+    hlg = HighLevelGraph.from_collections(name, graph, dependencies=deps)
+    return da.Array(hlg, name, chunks, dtype)
 
 
 def zoom(darr, factors, order=1, *, chunks=None, threads=1):
@@ -87,21 +117,21 @@ def zoom(darr, factors, order=1, *, chunks=None, threads=1):
         chunks = tuple(max(1, int(round(max(c) * z))) for c, z in zip(darr.chunks, f))
     chunks = da.core.normalize_chunks(chunks, out, dtype=darr.dtype)
     offs = _offsets(chunks)
-    task = dask.delayed(_zoom_task, pure=True)
-    blocks = np.empty(tuple(len(c) for c in chunks), dtype=object)
-    for idx in np.ndindex(blocks.shape):
+    name = "vekr-zoom-" + tokenize(darr, f.tolist(), order, chunks, threads)
+    tasks = []
+    for idx in np.ndindex(*(len(c) for c in chunks)):
         d0 = [int(offs[a][i]) for a, i in enumerate(idx)]
         d1 = [int(offs[a][i + 1]) for a, i in enumerate(idx)]
         spans = [_span((d0[a] + 0.5) * n / m - 0.5, (d1[a] - 0.5) * n / m - 0.5, n)
                  for a, (n, m) in enumerate(zip(darr.shape, out))]
-        src = darr[tuple(slice(a, b) for a, b in spans)]
-        blocks[idx] = task(src, [a for a, _ in spans], darr.shape, out, d0,
-                           [b - a for a, b in zip(d0, d1)], order, threads)
-    return _assemble(blocks, blocks.shape, chunks, darr.dtype)
+        tasks.append((idx, (_zoom_task, _source(darr, [[sp] for sp in spans]), [a for a, _ in spans],
+                            list(darr.shape), list(out), d0, [b - a for a, b in zip(d0, d1)], order,
+                            threads)))
+    return _array(name, tasks, chunks, darr.dtype, [darr])
 
 
 def _zoom_task(src, origin, full, out, d0, shape, order, threads):
-    return _ext._zoom_block(np.ascontiguousarray(src), origin, full, out, d0, shape, order, threads)
+    return _ext._zoom_block(src, origin, full, out, d0, shape, order, threads)
 
 
 def _matrix(matrix, offset):
@@ -144,23 +174,24 @@ def affine_transform(darr, matrix, offset=0.0, output_shape=None, output_chunks=
         output_chunks = darr.chunksize
     chunks = da.core.normalize_chunks(output_chunks, out, dtype=darr.dtype)
     zoffs = _offsets(chunks[:1])[0]
-    task = dask.delayed(_affine_task, pure=True)
-    blocks = np.empty((len(chunks[0]), 1, 1), dtype=object)
+    name = "vekr-affine-" + tokenize(darr, a, b, out, order, cval, chunks[0], threads)
+    tasks = []
     corners = np.array(list(itertools.product(*[(0, n - 1) for n in out[1:]])), dtype=float)
     for i in range(len(chunks[0])):
         z0, z1 = int(zoffs[i]), int(zoffs[i + 1])
         pts = np.concatenate([np.c_[np.full(len(corners), z), corners] for z in (z0, z1 - 1)])
         mapped = pts @ a.T + b
         spans = [_span(mapped[:, k].min(), mapped[:, k].max(), n) for k, n in enumerate(darr.shape)]
-        src = darr[tuple(slice(s, e) for s, e in spans)]
-        blocks[i, 0, 0] = task(src, [s for s, _ in spans], darr.shape, matrix, offset, out, z0,
-                               z1 - z0, order, cval, threads)
+        tasks.append(((i, 0, 0), (_affine_task, _source(darr, [[sp] for sp in spans]),
+                                  [s for s, _ in spans], list(darr.shape), np.asarray(matrix, float),
+                                  np.asarray(offset, float), list(out), z0, z1 - z0, order, cval,
+                                  threads)))
     slabs = (chunks[0], (out[1],), (out[2],))
-    return _assemble(blocks, blocks.shape, slabs, darr.dtype).rechunk(chunks)
+    return _array(name, tasks, slabs, darr.dtype, [darr]).rechunk(chunks)
 
 
 def _affine_task(src, origin, full, matrix, offset, out, z0, depth, order, cval, threads):
-    return _ext._affine_block(np.ascontiguousarray(src), origin, full, matrix, offset, out, z0, depth,
+    return _ext._affine_block(src, origin, full, matrix, offset, out, z0, depth,
                               order, cval, threads)
 
 
@@ -191,18 +222,19 @@ def map_coordinates(darr, coordinates, order=1, cval=0.0, *, threads=1):
     coords = coords.rechunk({0: 3})
     cblocks = coords.to_delayed()[0]
     bounds = dask.compute(*[dask.delayed(_bounds)(c) for c in cblocks.ravel()])
-    task = dask.delayed(_remap_task, pure=True)
-    blocks = np.empty(cblocks.shape, dtype=object)
+    name = "vekr-remap-" + tokenize(darr, coords, order, cval, threads)
+    keys = coords.__dask_keys__()[0]
+    tasks = []
     for idx, bd in zip(np.ndindex(cblocks.shape), bounds):
         spans = [_span(bd[k, 0], bd[k, 1], n) if np.all(np.isfinite(bd[k])) else (0, 1)
                  for k, n in enumerate(darr.shape)]
-        src = darr[tuple(slice(s, e) for s, e in spans)]
-        blocks[idx] = task(src, [s for s, _ in spans], darr.shape, cblocks[idx], order, cval, threads)
-    return _assemble(blocks, blocks.shape, coords.chunks[1:], darr.dtype)
+        tasks.append((idx, (_remap_task, _source(darr, [[sp] for sp in spans]), [s for s, _ in spans],
+                            list(darr.shape), _key(keys, idx), order, cval, threads)))
+    return _array(name, tasks, coords.chunks[1:], darr.dtype, [darr, coords])
 
 
 def _remap_task(src, origin, full, coords, order, cval, threads):
-    return _ext._remap_block(np.ascontiguousarray(src), origin, full, coords, order, cval, threads)
+    return _ext._remap_block(src, origin, full, coords, order, cval, threads)
 
 
 def _border_index(i, n, mode):
@@ -243,29 +275,24 @@ def convolve(darr, weights, divisor=1, mode="reflect", cval=0, *, threads=1):
     _nd.convolve(np.zeros((1, 1, 1), np.int16), w, divisor, mode=mode, cval=cval)
     below = [k - 1 - k // 2 for k in w.shape]
     offs = _offsets(darr.chunks)
-    task = dask.delayed(_convolve_task, pure=True)
-    blocks = np.empty(darr.numblocks, dtype=object)
-    for idx in np.ndindex(blocks.shape):
+    name = "vekr-convolve-" + tokenize(darr, w, divisor, mode, cval, threads)
+    tasks = []
+    for idx in np.ndindex(*darr.numblocks):
         axes = []
         for a, i in enumerate(idx):
             lo, hi = int(offs[a][i]), int(offs[a][i + 1])
             axes.append(_runs(_border_index(np.arange(lo - below[a], hi + w.shape[a] - 1 - below[a]),
                                             darr.shape[a], mode)))
-        src = darr
-        for a, (runs, _) in enumerate(axes):
-            pieces = [src[(slice(None),) * a + (slice(s, e),)] for s, e in runs]
-            src = pieces[0] if len(pieces) == 1 else da.concatenate(pieces, axis=a)
-        blocks[idx] = task(src, [p for _, p in axes], w, divisor, cval, threads)
-    return _assemble(blocks, blocks.shape, darr.chunks, darr.dtype)
+        tasks.append((idx, (_convolve_task, _source(darr, [r for r, _ in axes]), [p for _, p in axes], w,
+                            divisor, cval, threads)))
+    return _array(name, tasks, darr.chunks, darr.dtype, [darr])
 
 
 def _convolve_task(src, positions, w, divisor, cval, threads):
-    src = np.asarray(src)
-    mask = np.ix_(*[p < 0 for p in positions])
-    padded = src[np.ix_(*[np.maximum(p, 0) for p in positions])]
+    padded = np.asarray(src)[np.ix_(*[np.maximum(p, 0) for p in positions])]
     if any(np.any(p < 0) for p in positions):
-        outside = np.logical_or.reduce(np.broadcast_arrays(*mask))
-        padded[outside] = cval
+        z, y, x = (p < 0 for p in positions)
+        padded[z[:, None, None] | y[None, :, None] | x[None, None, :]] = cval
     return _ext._convolve_valid(padded, w, divisor, threads)
 
 

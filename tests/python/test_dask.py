@@ -101,8 +101,8 @@ def test_command_line(tmp_path):
     (lambda d: vd.zoom(d.astype(np.int16), 2), TypeError),
     (lambda d: vd.affine_transform(d, np.zeros((3, 3))), ValueError),
     (lambda d: vd.map_coordinates(d, np.zeros((2, 4))), ValueError),
-    (lambda d: vd.convolve(d.astype(np.int16), np.ones((3, 3, 3)), 0), ValueError),
+    (lambda d: vd.convolve(d.astype(np.int16), np.ones((3, 3, 3), int), 0), ValueError),
 ])
 def test_bad_inputs(call, error):
     with pytest.raises(error):
-        call(da.zeros((4, 4, 4), np.float32))
+        call(da.zeros((4, 4, 4), dtype=np.float32, chunks=2))
