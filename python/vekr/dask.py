@@ -70,11 +70,15 @@ def _key(keys, idx):
 
 
 def _piece(blocks, index):
+    if len(blocks) == len(blocks[0]) == len(blocks[0][0]) == 1:
+        return blocks[0][0][0][index]  # a view: the library takes any slice and row step
     return np.block(blocks)[index]
 
 
 def _gather(parts):
-    return np.ascontiguousarray(np.block(parts))
+    if len(parts) == len(parts[0]) == len(parts[0][0]) == 1:
+        return parts[0][0][0]
+    return np.block(parts)
 
 
 def _source(darr, runs):
@@ -289,7 +293,10 @@ def convolve(darr, weights, divisor=1, mode="reflect", cval=0, *, threads=1):
 
 
 def _convolve_task(src, positions, w, divisor, cval, threads):
-    padded = np.asarray(src)[np.ix_(*[np.maximum(p, 0) for p in positions])]
+    if all(p[0] >= 0 and np.all(np.diff(p) == 1) for p in positions):
+        padded = src[tuple(slice(p[0], p[-1] + 1) for p in positions)]
+    else:
+        padded = src[np.ix_(*[np.maximum(p, 0) for p in positions])]
     if any(np.any(p < 0) for p in positions):
         z, y, x = (p < 0 for p in positions)
         padded[z[:, None, None] | y[None, :, None] | x[None, None, :]] = cval
