@@ -21,6 +21,7 @@ Command line: ``python3 -m vekr.dask zoom in.zarr out.zarr --factors 1.5``
 
 import itertools
 import math
+import operator
 
 import dask
 from dask.base import tokenize
@@ -69,16 +70,10 @@ def _key(keys, idx):
     return keys
 
 
-def _piece(blocks, index):
+def _join(blocks):
     if len(blocks) == len(blocks[0]) == len(blocks[0][0]) == 1:
-        return blocks[0][0][0][index]  # a view: the library takes any slice and row step
-    return np.block(blocks)[index]
-
-
-def _gather(parts):
-    if len(parts) == len(parts[0]) == len(parts[0][0]) == 1:
-        return parts[0][0][0]
-    return np.block(parts)
+        return blocks[0][0][0]  # a view: the library takes any slice and row step
+    return np.block(blocks)
 
 
 def _source(darr, runs):
@@ -86,15 +81,17 @@ def _source(darr, runs):
     offs = _offsets(darr.chunks)
     keys = darr.__dask_keys__()
 
-    def piece(spans):
-        sel = [range(np.searchsorted(o, a, "right") - 1, np.searchsorted(o, b, "left")) for o, (a, b) in
-               zip(offs, spans)]
-        nested = [[[_key(keys, (i, j, k)) for k in sel[2]] for j in sel[1]] for i in sel[0]]
-        index = tuple(slice(a - o[r[0]], b - o[r[0]]) for o, r, (a, b) in zip(offs, sel, spans))
-        return (_piece, nested, index)
+    def cut(axis, a, b):
+        o = offs[axis]
+        first, last = np.searchsorted(o, a, "right") - 1, np.searchsorted(o, b, "left")
+        return [(i, slice(max(a, o[i]) - o[i], min(b, o[i + 1]) - o[i])) for i in range(first, last)]
 
-    parts = [[[piece((rz, ry, rx)) for rx in runs[2]] for ry in runs[1]] for rz in runs[0]]
-    return (_gather, parts)
+    def piece(spans):
+        z, y, x = (cut(axis, a, b) for axis, (a, b) in enumerate(spans))
+        return (_join, [[[(operator.getitem, _key(keys, (i, j, k)), (sz, sy, sx)) for k, sx in x]
+                         for j, sy in y] for i, sz in z])
+
+    return (_join, [[[piece((rz, ry, rx)) for rx in runs[2]] for ry in runs[1]] for rz in runs[0]])
 
 
 def _array(name, tasks, chunks, dtype, deps):
