@@ -545,6 +545,19 @@ Volume block(py::object obj, const std::array<int, 3>& origin, const std::array<
     return v;
 }
 
+// The source region for warp and remap blocks: from just inside the block to
+// the far end of the volume.  Its upper bounds are the volume's, so points are
+// judged and clamped as in the whole volume; every point the block serves
+// lies at least two voxels above its lower bounds (the caller's reach).  The
+// row kernels read the region's lowest voxel and the one below it for lanes
+// that are passed over, so both must lie in the block.
+VekCuboid blockRegion(const std::array<int, 3>& origin, const std::array<int, 3>& full)
+{
+    int o[3];
+    for (int i = 0; i < 3; ++i) o[i] = origin[size_t(i)] > 0 ? origin[size_t(i)] + 1 : 0;
+    return {o[2], o[1], o[0], full[2] - o[2], full[1] - o[1], full[0] - o[0]};
+}
+
 py::object zoomBlock(py::object srcObj, py::object srcOrigin, py::object srcFull, py::object dstFull,
                      py::object dstOrigin, py::object dstShape, py::object order, py::object threads)
 {
@@ -603,7 +616,7 @@ py::object affineBlock(py::object srcObj, py::object srcOrigin, py::object srcFu
         const auto ps = placed<const T>(src, so, sf[0]);
         const auto pd = placed<T>(dst, {z0, 0, 0}, z0 + depth);
         const VekVolumeSize vs{sf[2], sf[1], sf[0]};
-        const VekCuboid sv{0, 0, 0, sf[2], sf[1], sf[0]};
+        const VekCuboid sv = blockRegion(so, sf);
         runParts(n, n, [&](int p) {
             const auto [a, b] = slab(depth, n, p);
             const VekCuboid dv{0, 0, z0 + a, df[2], df[1], b - a};
@@ -637,7 +650,7 @@ py::object remapBlock(py::object srcObj, py::object srcOrigin, py::object srcFul
             const auto ps = placed<const T>(src, so, sf[0]);
             T* pd = static_cast<T*>(res.mutable_data());
             const VekVolumeSize vs{sf[2], sf[1], sf[0]};
-            const VekCuboid sv{0, 0, 0, sf[2], sf[1], sf[0]};
+            const VekCuboid sv = blockRegion(so, sf);
             runParts(parts, threadCount(threads), [&](int p) {
                 const size_t s = size_t(p) * kRun;
                 const int cnt = int(std::min(kRun, n - s));
