@@ -4,7 +4,8 @@
 set -euo pipefail
 need=(cmake g++ make pkg-config python3 libgtest-dev libbenchmark-dev libpng-dev
       libstb-dev libassimp-dev libembree-dev python3-scipy binutils doxygen
-      python3-dev python3-numpy pybind11-dev python3-pybind11 python3-pytest)
+      python3-dev python3-numpy pybind11-dev python3-pybind11 python3-pytest
+      python3-dask python3-distributed python3-zarr)
 missing=()
 for p in "${need[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

@@ -215,11 +215,10 @@ py::object zoom(py::object inputObj, py::object zoomArg, py::object order, py::o
     return out.finish();
 }
 
-py::object affineTransform(py::object inputObj, py::object matrixArg, py::object offsetArg,
-                           py::object outputShape, py::object output, py::object order,
-                           double cval, py::object threads)
+// The library's forward coefficients (x, y, z rows) from a scipy-style
+// matrix and offset mapping output to input coordinates (z, y, x).
+void warpCoeffs(py::object matrixArg, py::object offsetArg, double coeffs[3][4])
 {
-    const Volume src = input(inputObj, kResampled);
     auto m = py::array_t<double, py::array::c_style | py::array::forcecast>::ensure(matrixArg);
     if (!m) typeError("matrix must be an array of real numbers");
     // A (zyx) maps output coordinates to input coordinates: in = A out + b.
@@ -256,7 +255,6 @@ py::object affineTransform(py::object inputObj, py::object matrixArg, py::object
             const int i1 = (j + 1) % 3, i2 = (j + 2) % 3, j1 = (i + 1) % 3, j2 = (i + 2) % 3;
             inv[i][j] = (A[i1][j1] * A[i2][j2] - A[i1][j2] * A[i2][j1]) / det;
         }
-    double coeffs[3][4];
     for (int r = 0; r < 3; ++r) {
         double t = 0;
         for (int c = 0; c < 3; ++c) {
@@ -265,6 +263,15 @@ py::object affineTransform(py::object inputObj, py::object matrixArg, py::object
         }
         coeffs[r][3] = t;
     }
+}
+
+py::object affineTransform(py::object inputObj, py::object matrixArg, py::object offsetArg,
+                           py::object outputShape, py::object output, py::object order,
+                           double cval, py::object threads)
+{
+    const Volume src = input(inputObj, kResampled);
+    double coeffs[3][4];
+    warpCoeffs(matrixArg, offsetArg, coeffs);
     const int interp = interpolation(order);
     std::vector<py::ssize_t> shape(src.a.shape(), src.a.shape() + 3);
     if (!outputShape.is_none()) shape = outputShape.cast<std::vector<py::ssize_t>>();
@@ -494,6 +501,207 @@ py::object convolve(py::object inputObj, py::object weightsObj, long divisor, py
     return out.finish();
 }
 
+// ---- Blocks of a larger volume (used by vekr.dask) ----
+// The source is a sub-block of a whole volume of shape `full` (z, y, x)
+// starting at `origin`.  The library is handed slice pointers addressing the
+// whole volume, so its coordinates, border clamping and small-volume rules
+// are those of the whole volume; only voxels inside the block may be read,
+// which the caller guarantees by passing the block the call needs.
+
+std::array<int, 3> ints3(py::object obj, const char* what)
+{
+    const auto v = obj.cast<std::vector<py::ssize_t>>();
+    if (v.size() != 3) valueError(std::string(what) + " must have 3 entries");
+    std::array<int, 3> r{};
+    for (int i = 0; i < 3; ++i) {
+        if (v[size_t(i)] < 0 || v[size_t(i)] > INT32_MAX) valueError(std::string(what) + " out of range");
+        r[size_t(i)] = int(v[size_t(i)]);
+    }
+    return r;
+}
+
+// Pointers to the slices 0 .. n-1 of a volume of which `v` holds the part at
+// `origin`; slices outside the block point at the nearest block slice.
+template <class T>
+std::vector<T*> placed(const Volume& v, const std::array<int, 3>& origin, int n)
+{
+    const auto own = v.slices<T>();
+    std::vector<T*> s(static_cast<size_t>(n));
+    const std::intptr_t back = std::intptr_t(origin[1]) * v.step + std::intptr_t(origin[2]) * std::intptr_t(sizeof(T));
+    for (int z = 0; z < n; ++z) {
+        const int k = std::clamp(z - origin[0], 0, v.D - 1);
+        s[size_t(z)] = reinterpret_cast<T*>(reinterpret_cast<std::intptr_t>(own[size_t(k)]) - back);
+    }
+    return s;
+}
+
+Volume block(py::object obj, const std::array<int, 3>& origin, const std::array<int, 3>& full)
+{
+    const Volume v = input(obj, kResampled);
+    const int sz[3] = {v.D, v.H, v.W};
+    for (int i = 0; i < 3; ++i)
+        if (full[size_t(i)] < 1 || origin[size_t(i)] + sz[i] > full[size_t(i)])
+            valueError("block lies outside the volume");
+    return v;
+}
+
+// The source region for warp and remap blocks: from just inside the block to
+// the far end of the volume.  Its upper bounds are the volume's, so points are
+// judged and clamped as in the whole volume; every point the block serves
+// lies at least two voxels above its lower bounds (the caller's reach).  The
+// row kernels read the region's lowest voxel and the one below it for lanes
+// that are passed over, so both must lie in the block.
+VekCuboid blockRegion(const std::array<int, 3>& origin, const std::array<int, 3>& full)
+{
+    int o[3];
+    for (int i = 0; i < 3; ++i) o[i] = origin[size_t(i)] > 0 ? origin[size_t(i)] + 1 : 0;
+    return {o[2], o[1], o[0], full[2] - o[2], full[1] - o[1], full[0] - o[0]};
+}
+
+py::object zoomBlock(py::object srcObj, py::object srcOrigin, py::object srcFull, py::object dstFull,
+                     py::object dstOrigin, py::object dstShape, py::object order, py::object threads)
+{
+    const auto so = ints3(srcOrigin, "source origin"), sf = ints3(srcFull, "source shape");
+    const auto df = ints3(dstFull, "output shape"), d0 = ints3(dstOrigin, "output origin");
+    const auto ds = ints3(dstShape, "block shape");
+    const Volume src = block(srcObj, so, sf);
+    const int interp = interpolation(order);
+    for (int i = 0; i < 3; ++i)
+        if (ds[size_t(i)] < 1 || d0[size_t(i)] + ds[size_t(i)] > df[size_t(i)])
+            valueError("output block lies outside the output");
+    const Volume dst = volume(py::array(src.a.dtype(), std::vector<py::ssize_t>(ds.begin(), ds.end())));
+    const int n = std::min(threadCount(threads), dst.D);
+    byType(src.a, [&](auto t) {
+        using T = decltype(t);
+        const auto ps = placed<const T>(src, so, sf[0]);
+        const auto pd = placed<T>(dst, d0, d0[0] + ds[0]);
+        const VekVolumeSize vs{sf[2], sf[1], sf[0]};
+        const VekCuboid sv{0, 0, 0, sf[2], sf[1], sf[0]};
+        runParts(n, n, [&](int p) {
+            const auto [z0, z1] = slab(ds[0], n, p);
+            const VekCuboid dv{d0[2], d0[1], d0[0] + z0, ds[2], ds[1], z1 - z0};
+            int bytes = 0;
+            check(vekrResizeGetBufSize(&sv, &dv, 1, interp, &bytes), "vekrResizeGetBufSize");
+            Scratch<uint8_t> buf(static_cast<size_t>(bytes));
+            check(Lib<T>::resize(ps.data(), &vs, src.step, &sv, pd.data(), dst.step, &dv,
+                                 double(df[2]) / sf[2], double(df[1]) / sf[1], double(df[0]) / sf[0],
+                                 0, 0, 0, interp, buf.get()),
+                  "vekrResize_C1PV");
+        });
+    });
+    return dst.a;
+}
+
+// Output slices z0 .. z0 + depth - 1 over whole output planes of shape
+// (H, W): the library steps the mapping along rows from the plane's corner,
+// so only whole planes reproduce the whole-volume rounding.
+py::object affineBlock(py::object srcObj, py::object srcOrigin, py::object srcFull, py::object matrixArg,
+                       py::object offsetArg, py::object dstFull, int z0, int depth, py::object order,
+                       double cval, py::object threads)
+{
+    const auto so = ints3(srcOrigin, "source origin"), sf = ints3(srcFull, "source shape");
+    const auto df = ints3(dstFull, "output shape");
+    const Volume src = block(srcObj, so, sf);
+    double coeffs[3][4];
+    warpCoeffs(matrixArg, offsetArg, coeffs);
+    const int interp = interpolation(order);
+    if (depth < 1 || z0 < 0 || z0 + depth > df[0] || df[1] < 1 || df[2] < 1)
+        valueError("output block lies outside the output");
+    Output out(py::none(), {depth, df[1], df[2]}, src.a);
+    out.fill(cval);
+    const Volume& dst = out.v;
+    const int n = std::min(threadCount(threads), depth);
+    byType(src.a, [&](auto t) {
+        using T = decltype(t);
+        const auto ps = placed<const T>(src, so, sf[0]);
+        const auto pd = placed<T>(dst, {z0, 0, 0}, z0 + depth);
+        const VekVolumeSize vs{sf[2], sf[1], sf[0]};
+        const VekCuboid sv = blockRegion(so, sf);
+        runParts(n, n, [&](int p) {
+            const auto [a, b] = slab(depth, n, p);
+            const VekCuboid dv{0, 0, z0 + a, df[2], df[1], b - a};
+            check(Lib<T>::warp(ps.data(), &vs, src.step, &sv, pd.data(), dst.step, &dv, coeffs, interp),
+                  "vekrWarpAffine_C1PV");
+        });
+    });
+    return out.finish();
+}
+
+py::object remapBlock(py::object srcObj, py::object srcOrigin, py::object srcFull, py::object coordinates,
+                      py::object order, double cval, py::object threads)
+{
+    const auto so = ints3(srcOrigin, "source origin"), sf = ints3(srcFull, "source shape");
+    const Volume src = block(srcObj, so, sf);
+    auto c = py::array_t<float, py::array::c_style | py::array::forcecast>::ensure(coordinates);
+    if (!c || c.ndim() < 1 || c.shape(0) != 3) valueError("coordinates must have shape (3, ...)");
+    const int interp = interpolation(order);
+    std::vector<py::ssize_t> shape(c.shape() + 1, c.shape() + c.ndim());
+    py::array res(src.a.dtype(), shape);
+    res.attr("fill")(cval);
+    const size_t n = size_t(c.size() / 3);
+    constexpr size_t kRun = 65536;
+    if (n > 0) {
+        const float* cx = c.data() + 2 * n;
+        const float* cy = c.data() + n;
+        const float* cz = c.data();
+        const int parts = int((n + kRun - 1) / kRun);
+        byType(src.a, [&](auto t) {
+            using T = decltype(t);
+            const auto ps = placed<const T>(src, so, sf[0]);
+            T* pd = static_cast<T*>(res.mutable_data());
+            const VekVolumeSize vs{sf[2], sf[1], sf[0]};
+            const VekCuboid sv = blockRegion(so, sf);
+            runParts(parts, threadCount(threads), [&](int p) {
+                const size_t s = size_t(p) * kRun;
+                const int cnt = int(std::min(kRun, n - s));
+                const float *mx = cx + s, *my = cy + s, *mz = cz + s;
+                T* d = pd + s;
+                const VekVolumeSize roi{cnt, 1, 1};
+                check(Lib<T>::remap(ps.data(), &vs, src.step, &sv, &mx, &my, &mz, int(cnt * sizeof(float)),
+                                    &d, int(cnt * sizeof(T)), &roi, interp),
+                      "vekrRemap_C1PV");
+            });
+        });
+    }
+    return std::move(res);
+}
+
+// Convolution of the voxels whose whole neighbourhood lies inside `padded`
+// (scipy's kernel centring): the output is smaller by the kernel size - 1.
+py::object convolveValid(py::object paddedObj, py::object weightsObj, long divisor, py::object threads)
+{
+    const Volume src = input(paddedObj, {"int16"});
+    auto w = py::array_t<int32_t, py::array::c_style | py::array::forcecast>::ensure(weightsObj);
+    if (!w || w.ndim() != 3) valueError("weights must be 3D");
+    if (divisor == 0 || divisor < INT32_MIN || divisor > INT32_MAX) valueError("divisor must be a non-zero 32-bit integer");
+    const VekVolumeSize ks{int(w.shape(2)), int(w.shape(1)), int(w.shape(0))};
+    const int anchor[3] = {ks.width / 2, ks.height / 2, ks.depth / 2};
+    const int below[3] = {ks.width - 1 - anchor[0], ks.height - 1 - anchor[1], ks.depth - 1 - anchor[2]};
+    const int ext[3] = {src.W - ks.width + 1, src.H - ks.height + 1, src.D - ks.depth + 1};
+    if (ext[0] < 1 || ext[1] < 1 || ext[2] < 1) valueError("block smaller than the kernel");
+    Output out(py::none(), {ext[2], ext[1], ext[0]}, src.a);
+    const Volume& dst = out.v;
+    const auto ss = src.slices<const int16_t>();
+    const auto ds = dst.slices<int16_t>();
+    const int n = std::min(threadCount(threads), ext[2]);
+    runParts(n, n, [&](int p) {
+        const auto [z0, z1] = slab(ext[2], n, p);
+        const VekVolumeSize roi{ext[0], ext[1], z1 - z0};
+        std::vector<const int16_t*> ps(static_cast<size_t>(z1 - z0 + ks.depth - 1));
+        for (size_t z = 0; z < ps.size(); ++z)
+            ps[z] = reinterpret_cast<const int16_t*>(reinterpret_cast<const char*>(ss[size_t(z0) + z]) +
+                                                     size_t(below[1]) * src.step) + below[0];
+        std::vector<int16_t*> pd(ds.begin() + z0, ds.begin() + z1);
+        int bytes = 0;
+        check(vekrFilterGetBufSize(&roi, &ks, 1, &bytes), "vekrFilterGetBufSize");
+        Scratch<uint8_t> buf(static_cast<size_t>(bytes));
+        check(vekrFilter_16s_C1PV(ps.data() + below[2], src.step, pd.data(), dst.step, &roi, w.data(), &ks,
+                                  anchor, int(divisor), buf.get()),
+              "vekrFilter_16s_C1PV");
+    });
+    return out.finish();
+}
+
 }  // namespace
 
 void initNdimage(py::module_& root)
@@ -635,6 +843,11 @@ Notes
 With divisor 1 the result equals ``scipy.ndimage.convolve`` on int64 data
 (kernel centred as scipy centres it for ``origin=0``) saturated to int16.
 )");
+    // Blocks of a larger volume, for vekr.dask.
+    m.def("_zoom_block", &zoomBlock);
+    m.def("_affine_block", &affineBlock);
+    m.def("_remap_block", &remapBlock);
+    m.def("_convolve_valid", &convolveValid);
 }
 
 }  // namespace vekrpy
