@@ -148,7 +148,6 @@ public:
         const VekrIntersectContext ctx = context();
         runParts(parts(n), threadCount(threads), [&](int p) {
             const size_t s = size_t(p) * kChunk, cnt = std::min(kChunk, n - s), np = pad16(cnt);
-            requireFinite(D + s * 3, cnt * 3, "directions");
             float* buf = static_cast<float*>(threadScratch(0, np * 9 * sizeof(float)));
             int32_t* tri = static_cast<int32_t*>(threadScratch(1, np * sizeof(int32_t)));
             float* dir[3] = {buf, buf + np, buf + 2 * np};
@@ -160,13 +159,20 @@ public:
                 for (int c = 0; c < 3; ++c) dir[c][i] = org[c][i] = 0.0f;
                 dist[i] = 0.0f;
             }
+            // The finite test rides along with the copy: x * 0 is 0 for a
+            // finite x and NaN otherwise, so the sum stays 0 only if all are.
+            const float* src = D + s * 3;
+            float nonFinite = 0.0f;
             for (size_t i = 0; i < cnt; ++i) {
-                for (int c = 0; c < 3; ++c) {
-                    dir[c][i] = D[(s + i) * 3 + c];
-                    if (!shared) org[c][i] = O[(s + i) * 3 + c];
-                }
-                dist[i] = tm[s + i];
+                const float x = src[3 * i], y = src[3 * i + 1], z = src[3 * i + 2];
+                dir[0][i] = x, dir[1][i] = y, dir[2][i] = z;
+                nonFinite += x * 0.0f + y * 0.0f + z * 0.0f;
             }
+            if (nonFinite != 0.0f) throw py::value_error("directions must be finite");
+            for (size_t i = 0; i < cnt && !shared; ++i)
+                for (int c = 0; c < 3; ++c) org[c][i] = O[(s + i) * 3 + c];
+            if (tm.scalar) std::fill(dist, dist + cnt, tm[0]);
+            else std::copy(tm.a.data() + s, tm.a.data() + s + cnt, dist);
             const VekSize ext{4, static_cast<int>(np / 4)};
             if (shared)
                 vekrIntersectEyeSO_32f(O, dir, dist, hit, tri, &ctx, ext);
