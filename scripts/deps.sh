@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, tests, benchmarks and renderer need,
-# only those that are missing.
+# only those that are missing; with arguments, those packages instead.
 set -euo pipefail
 need=(cmake g++ make pkg-config python3 libgtest-dev libbenchmark-dev libpng-dev
       libstb-dev libassimp-dev libembree-dev python3-scipy binutils doxygen
       python3-dev python3-numpy pybind11-dev python3-pybind11 python3-pytest
       python3-dask python3-distributed python3-zarr)
+[ $# -gt 0 ] && need=("$@")
 missing=()
 for p in "${need[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
@@ -15,5 +16,5 @@ if [ ${#missing[@]} -gt 0 ]; then
   SUDO=""
   [ "$(id -u)" -ne 0 ] && SUDO="sudo"
   $SUDO apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq "${missing[@]}" >/dev/null
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get -o DPkg::Lock::Timeout=900 install -y -qq "${missing[@]}" >/dev/null
 fi

@@ -5,14 +5,7 @@
 # report, or any result that differs from its single-threaded run, fails.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
-need=(clang libclang-rt-14-dev libomp-14-dev)
-missing=()
-for p in "${need[@]}"; do dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p"); done
-if [ ${#missing[@]} -gt 0 ]; then
-  SUDO=""; [ "$(id -u)" -ne 0 ] && SUDO="sudo"
-  $SUDO apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $SUDO apt-get -o DPkg::Lock::Timeout=900 install -y -qq "${missing[@]}" >/dev/null
-fi
+bash "$root/scripts/deps.sh" clang libclang-rt-14-dev libomp-14-dev
 archer="$(dpkg -L libomp-14-dev | grep '/libarcher\.so$' | head -n1)"
 [ -n "$archer" ] || { echo "libarcher.so not found"; exit 1; }
 build="$root/build-tsan"
