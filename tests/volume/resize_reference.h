@@ -10,21 +10,11 @@
 
 #include "vekr.h"
 #include "volume/interp.h"
+#include "volumes.h"
 
 namespace vekr::test {
 
-// A dense volume: voxel (x, y, z) at data[(z * h + y) * w + x].
-template <class T>
-struct Dense {
-    int w = 0, h = 0, d = 0;
-    std::vector<T> data;
-    Dense() = default;
-    Dense(int w_, int h_, int d_, T fill = T()) : w(w_), h(h_), d(d_), data(size_t(w_) * h_ * d_, fill) {}
-    T& at(int x, int y, int z) { return data[(size_t(z) * h + y) * w + x]; }
-    const T& at(int x, int y, int z) const { return data[(size_t(z) * h + y) * w + x]; }
-};
-
-struct Box {
+struct DstBox {
     int x0, x1, y0, y1, z0, z1;
     bool empty() const { return x0 >= x1 || y0 >= y1 || z0 >= z1; }
 };
@@ -40,10 +30,10 @@ inline void refAxis(int sx, int sw, int vol, int dx, int dw, double f, double sh
     b = int(std::trunc(hi + 0.5000000001));
 }
 
-inline Box refBox(const VekVolumeSize& vol, const VekCuboid& s, const VekCuboid& d,
+inline DstBox refBox(const VekVolumeSize& vol, const VekCuboid& s, const VekCuboid& d,
                   const double f[3], const double sh[3])
 {
-    Box b;
+    DstBox b;
     refAxis(s.x, s.width, vol.width, d.x, d.width, f[0], sh[0], b.x0, b.x1);
     refAxis(s.y, s.height, vol.height, d.y, d.height, f[1], sh[1], b.y0, b.y1);
     refAxis(s.z, s.depth, vol.depth, d.z, d.depth, f[2], sh[2], b.z0, b.z1);
@@ -107,18 +97,18 @@ T refConvert(float v)
 
 // Resizes src into a copy of dst; returns the box written (maybe empty).
 template <class T>
-Box refResize(const Dense<T>& src, const VekCuboid& sv, Dense<T>& dst, const VekCuboid& dv,
-              const double f[3], const double sh[3], int mode)
+DstBox refResize(const Vol<T>& src, const VekCuboid& sv, Vol<T>& dst, const VekCuboid& dv,
+                 const double f[3], const double sh[3], int mode)
 {
-    const VekVolumeSize vol{src.w, src.h, src.d};
-    const Box b = refBox(vol, sv, dv, f, sh);
+    const VekVolumeSize vol = src.size();
+    const DstBox b = refBox(vol, sv, dv, f, sh);
     if (b.empty()) return b;
     for (int z = b.z0; z < b.z1; ++z) {
-        const RefTaps tz = refTaps(z, f[2], sh[2], src.d, mode);
+        const RefTaps tz = refTaps(z, f[2], sh[2], vol.depth, mode);
         for (int y = b.y0; y < b.y1; ++y) {
-            const RefTaps ty = refTaps(y, f[1], sh[1], src.h, mode);
+            const RefTaps ty = refTaps(y, f[1], sh[1], vol.height, mode);
             for (int x = b.x0; x < b.x1; ++x) {
-                const RefTaps tx = refTaps(x, f[0], sh[0], src.w, mode);
+                const RefTaps tx = refTaps(x, f[0], sh[0], vol.width, mode);
                 float planeVals[4] = {};
                 for (int c = 0; c < tz.n; ++c) {
                     float rowVals[4] = {};

@@ -13,10 +13,10 @@
 namespace {
 
 using vekr::test::Box;
-using vekr::test::Slices;
+using vekr::test::Vol;
 
 struct Maps {
-    Slices<float> x, y, z;
+    Vol<float> x, y, z;
     explicit Maps(VekVolumeSize d) : x(d.width, d.height, d.depth), y(d.width, d.height, d.depth), z(d.width, d.height, d.depth) {}
     void set(int i, int j, int k, float a, float b, float c)
     {
@@ -27,7 +27,7 @@ struct Maps {
 };
 
 template <class T>
-VekStatus remapCall(const Slices<T>& s, const VekCuboid& sv, const Maps& m, Slices<T>& d, VekVolumeSize roi, int mode)
+VekStatus remapCall(const Vol<T>& s, const VekCuboid& sv, const Maps& m, Vol<T>& d, VekVolumeSize roi, int mode)
 {
     const VekVolumeSize sz = s.size();
     return vekr::test::remap(s.cslices(), &sz, s.step(), &sv, m.x.cslices(), m.y.cslices(), m.z.cslices(), m.x.step(),
@@ -35,7 +35,7 @@ VekStatus remapCall(const Slices<T>& s, const VekCuboid& sv, const Maps& m, Slic
 }
 
 template <class T>
-void remapReference(const Slices<T>& src, const VekCuboid& sv, const Maps& m, Slices<T>& dst,
+void remapReference(const Vol<T>& src, const VekCuboid& sv, const Maps& m, Vol<T>& dst,
                     VekVolumeSize roi, int mode)
 {
     const Box b = vekr::test::boxOf(src.size(), sv);
@@ -78,18 +78,21 @@ Maps smoothMaps(std::mt19937& rng, VekVolumeSize d, VekVolumeSize s)
 template <class T>
 void checkAllModes(std::mt19937& rng)
 {
-    Slices<T> src(19, 17, 15);
+    Vol<T> src(19, 17, 15);
     src.fill([&] { return vekr::test::randomValue<T>(rng); });
     const VekVolumeSize roi{18, 17, 16};
     for (const VekCuboid& sv : {VekCuboid{0, 0, 0, 19, 17, 15}, VekCuboid{2, 1, 3, 12, 40, 9}}) {
         const Maps m = smoothMaps(rng, roi, src.size());
         for (int mode : {1, 2, 4, 5, 6, 7}) {
-            Slices<T> got(18, 17, 16), want(18, 17, 16);
-            got.fill([] { return T(3); });
+            Vol<T> want(18, 17, 16);
             want.fill([] { return T(3); });
-            ASSERT_EQ(remapCall(src, sv, m, got, roi, mode), vekStsOk);
             remapReference(src, sv, m, want, roi, mode);
-            EXPECT_TRUE(got == want) << "mode " << mode << " size " << sizeof(T);
+            for (int threads : {1, 2, 3}) {  // slabs of slices per thread
+                Vol<T> got(18, 17, 16);
+                got.fill([] { return T(3); });
+                vekr::test::withThreads(threads, [&] { EXPECT_EQ(remapCall(src, sv, m, got, roi, mode), vekStsOk); });
+                EXPECT_TRUE(got == want) << "mode " << mode << " size " << sizeof(T) << " threads " << threads;
+            }
         }
     }
 }
@@ -104,7 +107,7 @@ TEST(Remap, MatchesPerVoxelReferenceForEveryModeAndType)
 
 TEST(Remap, BoundsInFloatTiesToEvenAndNaN)
 {
-    Slices<float> src(8, 4, 4);
+    Vol<float> src(8, 4, 4);
     for (int z = 0; z < 4; ++z)
         for (int y = 0; y < 4; ++y)
             for (int x = 0; x < 8; ++x) src.at(x, y, z) = float(x);
@@ -118,7 +121,7 @@ TEST(Remap, BoundsInFloatTiesToEvenAndNaN)
     m.set(3, 0, 0, 3.5f, 1, 1);      // nearest: column 4
     m.set(4, 0, 0, nan, 1, 1);       // NaN: skipped
     m.set(5, 0, 0, 7.0f, 3, 3);      // on hi: computed
-    Slices<float> dst(6, 1, 1);
+    Vol<float> dst(6, 1, 1);
     dst.fill([] { return -9.0f; });
     ASSERT_EQ(remapCall(src, sv, m, dst, roi, 1), vekStsOk);
     EXPECT_EQ(dst.at(0, 0, 0), -9.0f);
@@ -144,13 +147,13 @@ TEST(Remap, RegionOneVoxelWideAtTheOrigin)
     // Linear at the upper edge of a one-voxel region steps down to tap -1 with
     // weight 0: the result is the voxel itself and nothing below 0 is read.
     std::mt19937 rng(35);
-    Slices<float> src(6, 6, 6);
+    Vol<float> src(6, 6, 6);
     src.fill([&] { return vekr::test::randomValue<float>(rng); });
     const VekCuboid sv{0, 0, 0, 1, 1, 6};
     const VekVolumeSize roi{9, 1, 1};
     Maps m(roi);
     for (int i = 0; i < 9; ++i) m.set(i, 0, 0, 0.0f, 0.0f, 0.5f * (i % 6));
-    Slices<float> got(9, 1, 1), want(9, 1, 1);
+    Vol<float> got(9, 1, 1), want(9, 1, 1);
     ASSERT_EQ(remapCall(src, sv, m, got, roi, 2), vekStsOk);
     remapReference(src, sv, m, want, roi, 2);
     EXPECT_TRUE(got == want);
@@ -160,14 +163,14 @@ TEST(Remap, SmallSourceDowngradesTheMode)
 {
     std::mt19937 rng(33);
     for (VekVolumeSize v : {VekVolumeSize{9, 3, 9}, VekVolumeSize{9, 9, 1}}) {
-        Slices<float> src(v.width, v.height, v.depth);
+        Vol<float> src(v.width, v.height, v.depth);
         src.fill([&] { return vekr::test::randomValue<float>(rng); });
         const VekCuboid sv{0, 0, 0, v.width, v.height, v.depth};
         const VekVolumeSize roi{9, 9, 9};
         const Maps m = smoothMaps(rng, roi, v);
         const int expected = (v.width < 2 || v.height < 2 || v.depth < 2) ? 1 : 2;
         for (int mode : {4, 6, 2}) {
-            Slices<float> got(9, 9, 9), want(9, 9, 9);
+            Vol<float> got(9, 9, 9), want(9, 9, 9);
             ASSERT_EQ(remapCall(src, sv, m, got, roi, mode), vekStsOk);
             ASSERT_EQ(remapCall(src, sv, m, want, roi, mode == 2 && expected == 2 ? 2 : expected), vekStsOk);
             EXPECT_TRUE(got == want) << "mode " << mode;

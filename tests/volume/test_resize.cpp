@@ -16,26 +16,18 @@
 #include "volume_calls.h"
 #include "vekr.h"
 
-using vekr::test::Box;
-using vekr::test::Dense;
-
 namespace {
+
+using vekr::test::Vol;
 
 const int kModes[] = {1, 2, 4, 5, 6, 7};
 
 template <class T>
-Dense<T> randomVolume(int w, int h, int d, unsigned seed)
+Vol<T> randomVolume(int w, int h, int d, unsigned seed)
 {
-    Dense<T> v(w, h, d);
+    Vol<T> v(w, h, d);
     std::mt19937 rng(seed);
-    for (auto& e : v.data) {
-        if constexpr (std::is_same_v<T, float>)
-            e = std::uniform_real_distribution<float>(-1.0f, 2.0f)(rng);
-        else if constexpr (std::is_same_v<T, uint8_t>)
-            e = T(rng() & 0xFF);
-        else
-            e = T(rng() & 0xFFFF);
-    }
+    v.fill([&] { return vekr::test::randomValue<T>(rng); });
     return v;
 }
 
@@ -46,112 +38,57 @@ T sentinel()
     return T(0x5A5A);
 }
 
-// A dense volume placed in caller memory with padded rows and slices, seen
-// through either layout.  Slices of the pointer layout are stored in
-// reverse order so that no slice follows its predecessor.
-template <class T>
-struct Placed {
-    int w, h, d, rowBytes, sliceBytes;
-    std::vector<uint8_t> mem;
-    std::vector<T*> slices;
-    Placed(const Dense<T>& v, int padRow, int padSlice, bool reversed)
-        : w(v.w), h(v.h), d(v.d), rowBytes(int((v.w + padRow) * sizeof(T))),
-          sliceBytes(rowBytes * v.h + padSlice * int(sizeof(T)))
-    {
-        mem.assign(size_t(sliceBytes) * d + 64, 0xEE);
-        for (int z = 0; z < d; ++z)
-            slices.push_back(reinterpret_cast<T*>(mem.data() + size_t(reversed ? d - 1 - z : z) * sliceBytes));
-        for (int z = 0; z < d; ++z)
-            for (int y = 0; y < h; ++y)
-                std::memcpy(row(y, z), &v.at(0, y, z), w * sizeof(T));
-    }
-    T* base() { return reinterpret_cast<T*>(mem.data()); }
-    T* row(int y, int z) { return reinterpret_cast<T*>(reinterpret_cast<uint8_t*>(slices[z]) + size_t(y) * rowBytes); }
-    Dense<T> dense()
-    {
-        Dense<T> v(w, h, d);
-        for (int z = 0; z < d; ++z)
-            for (int y = 0; y < h; ++y) std::memcpy(&v.at(0, y, z), row(y, z), w * sizeof(T));
-        return v;
-    }
-};
-
 struct Call {
     VekCuboid srcVoi, dstVoi;
     double f[3], sh[3];
     int mode;
 };
 
+// Runs one call through the block layout or the pointer layout (slices
+// stored in reverse), with a work buffer of exactly the queried size at an
+// odd offset, so the resize has to align its parts itself (ASan sees any
+// overrun).  The destination starts as the sentinel, padding included.
 template <class T>
-VekStatus callV(const T* s, const VekVolumeSize* vs, int ss, int sp, const VekCuboid* sv, T* d, int ds, int dp,
-                const VekCuboid* dv, const Call& c, uint8_t* b)
+Vol<T> runResize(const Vol<T>& src0, VekVolumeSize dsz, const Call& c, bool block, VekStatus& st)
 {
-    return vekr::test::resizeV(s, vs, ss, sp, sv, d, ds, dp, dv, c.f[0], c.f[1], c.f[2], c.sh[0], c.sh[1], c.sh[2],
-                               c.mode, b);
-}
-template <class T>
-VekStatus callPV(const T* const* s, const VekVolumeSize* vs, int ss, const VekCuboid* sv, T* const* d, int ds,
-                 const VekCuboid* dv, const Call& c, uint8_t* b)
-{
-    return vekr::test::resizePV(s, vs, ss, sv, d, ds, dv, c.f[0], c.f[1], c.f[2], c.sh[0], c.sh[1], c.sh[2], c.mode, b);
-}
-
-// The work buffer: exactly the queried size, placed at an odd offset so the
-// resize has to align its parts itself (ASan sees any overrun).
-struct WorkBuffer {
-    std::vector<uint8_t> mem;
-    uint8_t* p = nullptr;
-    WorkBuffer(const Call& c, int offset = 3)
-    {
-        int size = 0;
-        EXPECT_EQ(vekrResizeGetBufSize(&c.srcVoi, &c.dstVoi, 1, c.mode, &size), vekStsOk);
-        mem.assign(size_t(size) + offset, 0);
-        p = mem.data() + offset;
-    }
-};
-
-// Runs one call through the given layout and returns the destination and
-// the status; the destination starts as the sentinel.
-template <class T>
-Dense<T> runResize(const Dense<T>& src, Dense<T> dst0, const Call& c, bool block, VekStatus& st)
-{
-    Placed<T> s(src, 3, 5, !block);
-    Placed<T> d(dst0, 1, 7, !block);
-    WorkBuffer buf(c);
-    const VekVolumeSize vol{src.w, src.h, src.d};
+    Vol<T> s(src0.size().width, src0.size().height, src0.size().depth, 3, 5, !block);
+    s.copyVoxels(src0);
+    Vol<T> d(dsz.width, dsz.height, dsz.depth, 1, 7, !block);
+    d.fill(sentinel<T>);
+    int size = 0;
+    EXPECT_EQ(vekrResizeGetBufSize(&c.srcVoi, &c.dstVoi, 1, c.mode, &size), vekStsOk);
+    std::vector<uint8_t> mem(size_t(size) + 3);
+    const VekVolumeSize vol = src0.size();
     if (block)
-        st = callV(s.base(), &vol, s.rowBytes, s.sliceBytes, &c.srcVoi, d.base(), d.rowBytes,
-                   d.sliceBytes, &c.dstVoi, c, buf.p);
+        st = vekr::test::resizeV(s.base(), &vol, s.step(), s.sliceStep(), &c.srcVoi, d.base(), d.step(),
+                                 d.sliceStep(), &c.dstVoi, c.f[0], c.f[1], c.f[2], c.sh[0], c.sh[1], c.sh[2],
+                                 c.mode, mem.data() + 3);
     else
-        st = callPV(const_cast<const T* const*>(s.slices.data()), &vol, s.rowBytes, &c.srcVoi,
-                    d.slices.data(), d.rowBytes, &c.dstVoi, c, buf.p);
-    return d.dense();
+        st = vekr::test::resizePV(s.cslices(), &vol, s.step(), &c.srcVoi, d.slices(), d.step(), &c.dstVoi,
+                                  c.f[0], c.f[1], c.f[2], c.sh[0], c.sh[1], c.sh[2], c.mode, mem.data() + 3);
+    return d;
 }
 
 template <class T>
-void expectMatchesReference(const Dense<T>& src, int dw, int dh, int dd, const Call& c)
+void expectMatchesReference(const Vol<T>& src, int dw, int dh, int dd, const Call& c)
 {
-    Dense<T> dst0(dw, dh, dd, sentinel<T>());
-    Dense<T> expect = dst0;
-    const Box b = vekr::test::refResize(src, c.srcVoi, expect, c.dstVoi, c.f, c.sh, c.mode);
     for (bool block : {true, false}) {
+        Vol<T> expect(dw, dh, dd, 1, 7, !block);
+        expect.fill(sentinel<T>);
+        const auto b = vekr::test::refResize(src, c.srcVoi, expect, c.dstVoi, c.f, c.sh, c.mode);
         VekStatus st = -100;
-        const Dense<T> got = runResize(src, dst0, c, block, st);
+        const Vol<T> got = runResize(src, {dw, dh, dd}, c, block, st);
         ASSERT_EQ(st, b.empty() ? vekStsEmptyDestination : vekStsOk);
-        size_t bad = 0, first = 0;
-        for (size_t k = 0; k < got.data.size(); ++k)
-            if (std::memcmp(&got.data[k], &expect.data[k], sizeof(T)) != 0 && bad++ == 0) first = k;
-        ASSERT_EQ(bad, 0u) << "mode " << c.mode << (block ? " block" : " slices") << " f "
-                           << c.f[0] << "," << c.f[1] << "," << c.f[2] << " sh " << c.sh[0] << ","
-                           << c.sh[1] << "," << c.sh[2] << " first index " << first << " got "
-                           << double(got.data[first]) << " want " << double(expect.data[first]);
+        ASSERT_TRUE(got == expect) << "mode " << c.mode << (block ? " block" : " slices") << " f " << c.f[0]
+                                   << "," << c.f[1] << "," << c.f[2] << " sh " << c.sh[0] << "," << c.sh[1]
+                                   << "," << c.sh[2];
     }
 }
 
 template <class T>
 void sweep(unsigned seed)
 {
-    const Dense<T> src = randomVolume<T>(11, 9, 7, seed);
+    const Vol<T> src = randomVolume<T>(11, 9, 7, seed);
     std::mt19937 rng(seed * 7 + 1);
     const double factors[] = {0.5, 1.0, 1.5, 0.37, 2.3, 3.0, 0.8};
     const double shifts[] = {0.0, 0.3, -2.7, 1.5};
@@ -185,8 +122,8 @@ TEST(VolumeResize, MatchesReference32f) { sweep<float>(3); }
 // scalar tails; both scaling directions on every axis.
 TEST(VolumeResize, WideRowsMatchReference)
 {
-    const Dense<float> f = randomVolume<float>(37, 23, 9, 4);
-    const Dense<uint8_t> b = randomVolume<uint8_t>(37, 23, 9, 5);
+    const Vol<float> f = randomVolume<float>(37, 23, 9, 4);
+    const Vol<uint8_t> b = randomVolume<uint8_t>(37, 23, 9, 5);
     for (int mode : kModes)
         for (double fx : {0.45, 1.7}) {
             Call c{{0, 0, 0, 37, 23, 9}, {1, 2, 0, 70, 40, 20}, {fx, 1.0 / fx, 1.3}, {0.1, 0, -0.2}, mode};
@@ -199,11 +136,11 @@ TEST(VolumeResize, WideRowsMatchReference)
 // down, an end exactly half way rounds up.
 TEST(VolumeResize, BoxBiases)
 {
-    const Dense<float> src = randomVolume<float>(4, 4, 4, 13);
+    const Vol<float> src = randomVolume<float>(4, 4, 4, 13);
     // Source 0..4 scaled by 1.25 and shifted 0.5: x from 0.5 to 5.5.
     Call c{{0, 0, 0, 4, 4, 4}, {0, 0, 0, 10, 4, 4}, {1.25, 1, 1}, {0.5, 0, 0}, 1};
     VekStatus st;
-    const Dense<float> got = runResize(src, Dense<float>(10, 4, 4, sentinel<float>()), c, true, st);
+    const Vol<float> got = runResize(src, {10, 4, 4}, c, true, st);
     ASSERT_EQ(st, vekStsOk);
     for (int x = 0; x < 10; ++x)
         EXPECT_EQ(got.at(x, 0, 0) != sentinel<float>(), x >= 0 && x < 6) << x;
@@ -214,14 +151,13 @@ TEST(VolumeResize, RealVolume)
 {
     std::ifstream in(vekr::test::dataFile("skull_2.9.inr"), std::ios::binary);
     if (!in) GTEST_SKIP() << "skull_2.9.inr not present (scripts/fetch-data.sh)";
-    Dense<float> vol(64, 64, 64);
+    Vol<float> vol(64, 64, 64, 0);
     in.seekg(256);
-    in.read(reinterpret_cast<char*>(vol.data.data()), std::streamsize(vol.data.size() * 4));
+    in.read(reinterpret_cast<char*>(vol.base()), 64 * 64 * 64 * 4);
     ASSERT_TRUE(in);
-    Dense<uint8_t> vol8(64, 64, 64);
-    float top = 0;
-    for (float v : vol.data) top = std::max(top, v);
-    for (size_t k = 0; k < vol.data.size(); ++k) vol8.data[k] = uint8_t(vol.data[k] / top * 255.0f);
+    const float top = *std::max_element(vol.base(), vol.base() + 64 * 64 * 64);
+    Vol<uint8_t> vol8(64, 64, 64, 0);
+    for (int k = 0; k < 64 * 64 * 64; ++k) vol8.base()[k] = uint8_t(vol.base()[k] / top * 255.0f);
     for (int mode : {1, 2, 6}) {
         // A 40^3 region around the middle, scaled up, and the whole volume scaled down.
         Call up{{12, 12, 12, 40, 40, 40}, {0, 0, 0, 48, 48, 48}, {1.5, 1.5, 1.5}, {-12, -12, -12}, mode};

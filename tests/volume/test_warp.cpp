@@ -13,10 +13,10 @@
 namespace {
 
 using vekr::test::Box;
-using vekr::test::Slices;
+using vekr::test::Vol;
 
 template <class T>
-VekStatus warp(const Slices<T>& s, const VekCuboid& sv, Slices<T>& d, const VekCuboid& dv, const double c[3][4], int mode)
+VekStatus warp(const Vol<T>& s, const VekCuboid& sv, Vol<T>& d, const VekCuboid& dv, const double c[3][4], int mode)
 {
     const VekVolumeSize sz = s.size();
     return vekr::test::warpAffine(s.cslices(), &sz, s.step(), &sv, d.slices(), d.step(), &dv, c, mode);
@@ -25,7 +25,7 @@ VekStatus warp(const Slices<T>& s, const VekCuboid& sv, Slices<T>& d, const VekC
 // Walks the destination box exactly as stated: the point formed at the start
 // of each slice, plus the second column per row and the first per voxel.
 template <class T>
-void warpReference(const Slices<T>& src, const VekCuboid& sv, Slices<T>& dst, const VekCuboid& dv,
+void warpReference(const Vol<T>& src, const VekCuboid& sv, Vol<T>& dst, const VekCuboid& dv,
                    const double c[3][4], int mode)
 {
     const vekr::volume::AffineInverse inv = vekr::volume::invertAffine(c);
@@ -62,7 +62,7 @@ void rotationShear(double angle, double shear, const double t[3], double c[3][4]
 template <class T>
 void checkAllModes(std::mt19937& rng)
 {
-    Slices<T> src(21, 19, 17);
+    Vol<T> src(21, 19, 17);
     src.fill([&] { return vekr::test::randomValue<T>(rng); });
     const VekCuboid sv{1, 2, 0, 19, 30, 16};  // cut back to the volume along y
     const VekCuboid dv{2, 1, 1, 18, 17, 16};
@@ -72,12 +72,16 @@ void checkAllModes(std::mt19937& rng)
             const double t[3] = {std::uniform_real_distribution<double>(-3, 3)(rng),
                                  std::uniform_real_distribution<double>(-3, 3)(rng), 0.7};
             rotationShear(std::uniform_real_distribution<double>(-0.6, 0.6)(rng), 0.15 * trial, t, c);
-            Slices<T> got(22, 20, 18), want(22, 20, 18);
-            got.fill([] { return T(7); });
+            Vol<T> want(22, 20, 18);
             want.fill([] { return T(7); });
-            ASSERT_EQ(warp(src, sv, got, dv, c, mode), vekStsOk);
             warpReference(src, sv, want, dv, c, mode);
-            EXPECT_TRUE(got == want) << "mode " << mode << " trial " << trial << " size " << sizeof(T);
+            for (int threads : {1, 2, 3}) {  // slabs of slices per thread
+                Vol<T> got(22, 20, 18);
+                got.fill([] { return T(7); });
+                vekr::test::withThreads(threads, [&] { EXPECT_EQ(warp(src, sv, got, dv, c, mode), vekStsOk); });
+                EXPECT_TRUE(got == want) << "mode " << mode << " trial " << trial << " size " << sizeof(T)
+                                         << " threads " << threads;
+            }
         }
     }
 }
@@ -94,14 +98,14 @@ TEST(WarpAffine, SmallSourceDowngradesTheMode)
 {
     std::mt19937 rng(23);
     for (VekVolumeSize v : {VekVolumeSize{3, 9, 9}, VekVolumeSize{1, 9, 9}, VekVolumeSize{9, 9, 2}}) {
-        Slices<float> src(v.width, v.height, v.depth);
+        Vol<float> src(v.width, v.height, v.depth);
         src.fill([&] { return vekr::test::randomValue<float>(rng); });
         const VekCuboid sv{0, 0, 0, v.width, v.height, v.depth};
         const VekCuboid dv{0, 0, 0, 9, 9, 9};
         double c[3][4] = {{0.8, 0.1, 0, 0.3}, {-0.1, 0.9, 0, 0.2}, {0, 0, 0.9, 0.1}};
         const int expected = (v.width < 2 || v.height < 2 || v.depth < 2) ? 1 : 2;
         for (int mode : {4, 5, 6, 7, 2}) {
-            Slices<float> got(9, 9, 9), want(9, 9, 9);
+            Vol<float> got(9, 9, 9), want(9, 9, 9);
             ASSERT_EQ(warp(src, sv, got, dv, c, mode), vekStsOk);
             ASSERT_EQ(warp(src, sv, want, dv, c, expected), vekStsOk);
             EXPECT_TRUE(got == want) << v.width << "x" << v.height << "x" << v.depth << " mode " << mode;
@@ -112,7 +116,7 @@ TEST(WarpAffine, SmallSourceDowngradesTheMode)
 
 TEST(WarpAffine, InclusiveBoundsAndTiesToEven)
 {
-    Slices<uint8_t> src(8, 4, 4);
+    Vol<uint8_t> src(8, 4, 4);
     for (int z = 0; z < 4; ++z)
         for (int y = 0; y < 4; ++y)
             for (int x = 0; x < 8; ++x) src.at(x, y, z) = static_cast<uint8_t>(10 * x);
@@ -120,7 +124,7 @@ TEST(WarpAffine, InclusiveBoundsAndTiesToEven)
     // Shift by half a voxel: nearest reads columns rint(x + 0.5), ties to even.
     {
         const double c[3][4] = {{1, 0, 0, -0.5}, {0, 1, 0, 0}, {0, 0, 1, 0}};
-        Slices<uint8_t> dst(8, 4, 4);
+        Vol<uint8_t> dst(8, 4, 4);
         const VekCuboid dv{0, 0, 0, 7, 1, 1};
         ASSERT_EQ(warp(src, sv, dst, dv, c, 1), vekStsOk);
         const int cols[7] = {0, 2, 2, 4, 4, 6, 6};
@@ -128,7 +132,7 @@ TEST(WarpAffine, InclusiveBoundsAndTiesToEven)
     }
     // Linear halfway between 250 and 255 -> 252.5 -> 252; between 245 and 250 -> 247.5 -> 248.
     {
-        Slices<uint8_t> s2(4, 4, 4);
+        Vol<uint8_t> s2(4, 4, 4);
         s2.fill([] { return uint8_t{0}; });
         for (int z = 0; z < 4; ++z)
             for (int y = 0; y < 4; ++y) {
@@ -137,7 +141,7 @@ TEST(WarpAffine, InclusiveBoundsAndTiesToEven)
                 s2.at(2, y, z) = 255;
             }
         const double c[3][4] = {{1, 0, 0, -0.5}, {0, 1, 0, 0}, {0, 0, 1, 0}};
-        Slices<uint8_t> dst(4, 4, 4);
+        Vol<uint8_t> dst(4, 4, 4);
         const VekCuboid dv{0, 0, 0, 2, 1, 1};
         ASSERT_EQ(warp(s2, VekCuboid{0, 0, 0, 4, 4, 4}, dst, dv, c, 2), vekStsOk);
         EXPECT_EQ(dst.at(0, 0, 0), 248);
@@ -146,7 +150,7 @@ TEST(WarpAffine, InclusiveBoundsAndTiesToEven)
     // A point exactly on hi is computed, one 1e-9 beyond is passed over.
     for (double beyond : {0.0, 1e-9}) {
         const double c[3][4] = {{1, 0, 0, -(7 + beyond)}, {0, 1, 0, 0}, {0, 0, 1, 0}};
-        Slices<uint8_t> dst(8, 4, 4);
+        Vol<uint8_t> dst(8, 4, 4);
         dst.fill([] { return uint8_t{1}; });
         const VekCuboid dv{0, 0, 0, 1, 1, 1};
         ASSERT_EQ(warp(src, sv, dst, dv, c, 2), vekStsOk);

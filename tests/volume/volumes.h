@@ -1,5 +1,5 @@
-// Slice-pointer volumes and direct per-voxel references for the warp and
-// remap tests.
+// Volumes in either layout, and the direct per-voxel references of the warp
+// and the remap.
 #pragma once
 
 #include <algorithm>
@@ -10,50 +10,67 @@
 #include <random>
 #include <vector>
 
+#include <omp.h>
+
 #include "vekr.h"
 #include "volume/interp.h"
 
 namespace vekr::test {
 
-// Each slice its own heap block of width + pad elements per row.
+// A volume in caller memory: rows padded by padRow elements, slices by
+// padSlice more.  With `reversed`, slice z is stored at place d - 1 - z, so
+// the pointer layout cannot rely on one slice following another (the block
+// layout uses base() and needs reversed = false).
 template <class T>
-class Slices {
+class Vol {
 public:
-    Slices(int w, int h, int d, int pad = 3) : w_(w), h_(h), d_(d), row_(w + pad)
+    Vol(int w, int h, int d, int padRow = 3, int padSlice = 0, bool reversed = false)
+        : w_(w), h_(h), d_(d), row_(w + padRow), slice_(size_t(w + padRow) * h + padSlice),
+          mem_(slice_ * d + 1)
     {
-        for (int z = 0; z < d; ++z) {
-            blocks_.emplace_back(new T[static_cast<size_t>(row_) * h]());
-            ptrs_.push_back(blocks_.back().get());
-        }
+        for (int z = 0; z < d; ++z) ptrs_.push_back(mem_.data() + slice_ * size_t(reversed ? d - 1 - z : z));
     }
+    T* base() { return mem_.data(); }
     T* const* slices() { return ptrs_.data(); }
     const T* const* cslices() const { return reinterpret_cast<const T* const*>(ptrs_.data()); }
-    int step() const { return row_ * static_cast<int>(sizeof(T)); }
-    T& at(int x, int y, int z) { return blocks_[z][static_cast<size_t>(y) * row_ + x]; }
-    T at(int x, int y, int z) const { return blocks_[z][static_cast<size_t>(y) * row_ + x]; }
+    int step() const { return row_ * int(sizeof(T)); }
+    int sliceStep() const { return int(slice_ * sizeof(T)); }
+    T& at(int x, int y, int z) { return ptrs_[z][size_t(y) * row_ + x]; }
+    T at(int x, int y, int z) const { return ptrs_[z][size_t(y) * row_ + x]; }
     VekVolumeSize size() const { return {w_, h_, d_}; }
+    // Every element of the memory, padding included.
     template <class Gen>
-    void fill(Gen&& g)
+    void fill(Gen&& g) { for (T& v : mem_) v = g(); }
+    void copyVoxels(const Vol& o)
     {
         for (int z = 0; z < d_; ++z)
             for (int y = 0; y < h_; ++y)
-                for (int x = 0; x < row_; ++x) at(x, y, z) = g();
+                for (int x = 0; x < w_; ++x) at(x, y, z) = o.at(x, y, z);
     }
-    bool operator==(const Slices& o) const
+    std::vector<uint8_t> bytes() const
     {
-        for (int z = 0; z < d_; ++z)
-            for (int y = 0; y < h_; ++y)
-                for (int x = 0; x < row_; ++x)
-                    if (std::memcmp(&blocks_[z][size_t(y) * row_ + x], &o.blocks_[z][size_t(y) * row_ + x], sizeof(T)))
-                        return false;
-        return true;
+        const auto* p = reinterpret_cast<const uint8_t*>(mem_.data());
+        return std::vector<uint8_t>(p, p + mem_.size() * sizeof(T));
     }
+    // Equal bytes everywhere, padding included (both of one layout).
+    bool operator==(const Vol& o) const { return bytes() == o.bytes(); }
 
 private:
     int w_, h_, d_, row_;
-    std::vector<std::unique_ptr<T[]>> blocks_;
+    size_t slice_;
+    std::vector<T> mem_;
     std::vector<T*> ptrs_;
 };
+
+// Runs f() with the default team set to `threads`, then restores it.
+template <class F>
+void withThreads(int threads, F&& f)
+{
+    const int saved = omp_get_max_threads();
+    omp_set_num_threads(threads);
+    f();
+    omp_set_num_threads(saved);
+}
 
 template <class T>
 T randomValue(std::mt19937& rng)
@@ -99,7 +116,7 @@ inline Box boxOf(const VekVolumeSize& v, const VekCuboid& voi)
 // tapRule: 0 for the warp (lower edge clamped against 0, stated upper rules),
 // 1 for the remap (taps clamped to the box).
 template <class T>
-float sampleReference(const Slices<T>& src, const Box& b, int mode, const double s[3],
+float sampleReference(const Vol<T>& src, const Box& b, int mode, const double s[3],
                       int tapRule)
 {
     if (mode == 1) {
