@@ -4,57 +4,125 @@
 
 namespace vekr::kd {
 
-struct WorkUnits::Header {
-    char* start;
-    char* end;
-    char* nextFree;
-    Header* previous;
-    uint64_t units;
+namespace {
+
+// Replays the unit charging of requests in order: the current unit serves
+// what fits; a request that does not opens a unit, or a block of as many
+// units as it needs, which that one request uses up (the current unit then
+// keeps serving the small ones).
+class UnitCharges {
+public:
+    explicit UnitCharges(Budget& budget) : budget_(budget) {}
+    bool take(size_t bytes)
+    {
+        bytes = (bytes + 15u) & ~size_t(15u);
+        if (left_ >= bytes) {
+            left_ -= bytes;
+            return true;
+        }
+        const uint64_t units = bytes <= kUnitBytes ? 1 : (bytes + kUnitBytes - 1) / kUnitBytes;
+        for (uint64_t u = 0; u < units; ++u)
+            if (!budget_.chargeUnit()) return false;
+        if (units == 1) left_ = kUnitBytes - bytes;
+        return true;
+    }
+
+private:
+    Budget& budget_;
+    size_t left_ = 0;
 };
 
-namespace {
-constexpr size_t kHeaderRoom = 48;  // the header, padded so the block is 16-byte aligned
+bool chargeSubtree(UnitCharges& units, const VekrKDTreeBuildNode& node)
+{
+    if (node.kind == kLeafKind) return true;
+    const auto* children = static_cast<const VekrKDTreeBuildNode*>(node.ptr);
+    if (!units.take(kBuildRecordBytes)) return false;
+    // The third entry of the record keeps the lists' sizes.
+    const int32_t counts[2] = {children[2].kind, children[2].value};
+    for (int32_t c : counts)
+        if (c > 0 && !units.take(4u * static_cast<size_t>(c))) return false;
+    return chargeSubtree(units, children[0]) && chargeSubtree(units, children[1]);
 }
 
-WorkUnits::~WorkUnits()
+}  // namespace
+
+bool chargeNodes(Budget& budget, size_t rootListBytes, const VekrKDTreeBuildNode& root)
 {
-    while (head_) {
-        Header* prev = head_->previous;
-        freeBlock(head_);
-        head_ = prev;
-    }
+    UnitCharges units(budget);
+    if (rootListBytes > 0 && !units.take(rootListBytes)) return false;
+    return chargeSubtree(units, root);
 }
 
-void* WorkUnits::takeSlow(size_t bytes)
+NodeStore::NodeStore(int threads, uint64_t limit) : lanes_(threads > 0 ? threads : 1), limit_(limit) {}
+
+NodeStore::~NodeStore()
 {
-    static_assert(sizeof(Header) == 40, "unit header is 40 bytes");
-    const uint64_t units = bytes <= kUnitBytes ? 1 : (bytes + kUnitBytes - 1) / kUnitBytes;
-    for (uint64_t u = 0; u < units; ++u)
-        if (!budget_.chargeUnit()) return nullptr;
-    const uint64_t total = units * kUnitBytes + kHeaderRoom;
-    if (total / 8 + 1 > 0x7FFFFFFF) {
-        noMem_ = true;
+    for (Lane& l : lanes_)
+        for (void* p : l.blocks) freeBlock(p);
+}
+
+void NodeStore::fail(VekStatus st)
+{
+    VekStatus ok = vekStsOk;
+    failed_.compare_exchange_strong(ok, st, std::memory_order_relaxed);
+}
+
+void* NodeStore::take(size_t bytes, int thread)
+{
+    bytes = (bytes + 15u) & ~size_t(15u);
+    if (requested_.fetch_add(bytes, std::memory_order_relaxed) + bytes > limit_) {
+        fail(vekStsMemBudget);
         return nullptr;
     }
-    char* raw = static_cast<char*>(malloc64(static_cast<int32_t>(total / 8 + 1)));
-    if (!raw) {
-        noMem_ = true;
+    Lane& lane = lanes_[static_cast<size_t>(thread) % lanes_.size()];
+    if (static_cast<size_t>(lane.end - lane.next) >= bytes) {
+        char* p = lane.next;
+        lane.next += bytes;
+        return p;
+    }
+    const size_t blockBytes = bytes > kBlockBytes / 64 ? bytes : kBlockBytes;
+    if (blockBytes / 8 + 2 > 0x7FFFFFFF) {
+        fail(vekStsNoMem);
         return nullptr;
     }
-    Header* h = reinterpret_cast<Header*>(raw);
-    h->start = raw + kHeaderRoom;
-    h->end = h->start + units * kUnitBytes;
-    h->nextFree = h->start + bytes;
-    h->units = units;
-    h->previous = head_;
-    head_ = h;
-    // A multi-unit block is used up by its one request; the current unit
-    // keeps serving the small ones.
-    if (units == 1) {
-        next_ = h->nextFree;
-        end_ = h->end;
+    // malloc64 blocks are 64-byte aligned, so every 16-byte step stays aligned.
+    char* block = static_cast<char*>(malloc64(static_cast<int32_t>(blockBytes / 8 + 1)));
+    if (!block) {
+        fail(vekStsNoMem);
+        return nullptr;
     }
-    return h->start;
+    try {
+        lane.blocks.push_back(block);
+    } catch (...) {
+        freeBlock(block);
+        fail(vekStsNoMem);
+        return nullptr;
+    }
+    if (blockBytes == kBlockBytes) {
+        lane.next = block + bytes;
+        lane.end = block + kBlockBytes;
+    }
+    return block;
+}
+
+int32_t* SparePool::take(int64_t words)
+{
+    const int64_t bytes = 4 * words;
+    if (words <= 0 || words > 0x7FFFFFFF) return nullptr;
+    if (left_.fetch_sub(bytes, std::memory_order_relaxed) < bytes) {
+        left_.fetch_add(bytes, std::memory_order_relaxed);
+        return nullptr;
+    }
+    auto* p = static_cast<int32_t*>(malloc32(static_cast<int32_t>(words)));
+    if (!p) left_.fetch_add(bytes, std::memory_order_relaxed);
+    return p;
+}
+
+void SparePool::give(void* p, int64_t words)
+{
+    if (!p) return;
+    freeBlock(p);
+    left_.fetch_add(4 * words, std::memory_order_relaxed);
 }
 
 }  // namespace vekr::kd

@@ -1,13 +1,20 @@
-// The build's memory budget and its working units.
+// The build's memory budget.
 //
 // Every allocation of the cost-driven build is charged against a 32-bit
-// remaining budget.  Build records and leaf lists come from working units:
-// a 40-byte header plus a 16 MB block, charged 16 MB + 40 bytes each, opened
-// whenever the next request does not fit in the current unit.
+// remaining budget.  Build records and leaf lists are charged in working
+// units: a 40-byte header plus a 16 MB block, charged 16 MB + 40 bytes each,
+// opened whenever the next request does not fit in the current unit, taking
+// the requests in depth-first order (a node's record, its lists below and
+// above, then its children).  The charges therefore do not depend on how
+// many threads built the tree, nor on the order they built it in: the build
+// stores records and lists as it goes, and the charges are made afterwards
+// in that order by chargeNodes.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "accel/kdtree_buildnode.h"
 
@@ -45,39 +52,56 @@ private:
     BuildStats* stats_;
 };
 
-// A chain of working units, allocated bump-wise; everything is released at
-// once by the destructor.  A request larger than one unit takes a block of
-// as many units as it needs, each one charged.
-class WorkUnits {
-public:
-    explicit WorkUnits(Budget& budget) : budget_(budget) {}
-    ~WorkUnits();
-    WorkUnits(const WorkUnits&) = delete;
-    WorkUnits& operator=(const WorkUnits&) = delete;
+// Charges the root list (rootListBytes, 0 for an empty mesh) and then every
+// record and list of the tree in depth-first order; false as soon as a unit
+// cannot be paid for.
+bool chargeNodes(Budget& budget, size_t rootListBytes, const VekrKDTreeBuildNode& root);
 
-    // 16-byte aligned storage of `bytes`; null when the budget cannot pay for
-    // a further unit (vekStsMemBudget) or when memory is exhausted (flagged).
-    void* take(size_t bytes)
-    {
-        bytes = (bytes + 15u) & ~size_t(15u);
-        if (static_cast<size_t>(end_ - next_) >= bytes) {
-            char* p = next_;
-            next_ += bytes;
-            return p;
-        }
-        return takeSlow(bytes);
-    }
-    bool outOfMemory() const { return noMem_; }
+// Storage of the records and lists while the tree is built, one bump
+// allocator per thread, released at once by the destructor.  The requests
+// are summed: once they exceed `limit` (what the budget has left for units)
+// no order of charging could pay for them, and take refuses.
+class NodeStore {
+public:
+    // Requests up to a 64th of this share blocks; larger ones get their own.
+    static constexpr size_t kBlockBytes = size_t(1) << 20;
+
+    NodeStore(int threads, uint64_t limit);
+    ~NodeStore();
+    NodeStore(const NodeStore&) = delete;
+    NodeStore& operator=(const NodeStore&) = delete;
+
+    // 16-byte aligned storage for the given thread; null (and failed() set)
+    // when the budget cannot pay or memory is exhausted.
+    void* take(size_t bytes, int thread);
+    // vekStsOk, or the first failure: vekStsMemBudget or vekStsNoMem.
+    VekStatus failed() const { return failed_.load(std::memory_order_relaxed); }
+    void fail(VekStatus st);
 
 private:
-    struct Header;  // 40 bytes at the front of every unit
-    void* takeSlow(size_t bytes);
+    struct alignas(64) Lane {
+        char* next = nullptr;
+        char* end = nullptr;
+        std::vector<void*> blocks;
+    };
+    std::vector<Lane> lanes_;
+    std::atomic<uint64_t> requested_{0};
+    uint64_t limit_;
+    std::atomic<VekStatus> failed_{vekStsOk};
+};
 
-    Budget& budget_;
-    Header* head_ = nullptr;
-    char* next_ = nullptr;
-    char* end_ = nullptr;
-    bool noMem_ = false;
+// Real memory the build may use beyond its fixed arrays: what the fixed
+// part of the budget charges and the arrays leave unused.  Blocks are taken
+// and given back from any thread.
+class SparePool {
+public:
+    explicit SparePool(int64_t bytes) : left_(bytes) {}
+    // words 32-bit words, or null when the pool or the memory is exhausted.
+    int32_t* take(int64_t words);
+    void give(void* p, int64_t words);
+
+private:
+    std::atomic<int64_t> left_;
 };
 
 }  // namespace vekr::kd

@@ -24,10 +24,6 @@ struct BuildStats {
     uint64_t charged = 0;      // every byte charged, summed
     uint32_t budget = 0;       // the budget in bytes
     int32_t unitsOpened = 0;   // 16 MB working units (a large block counts its units)
-    int32_t nodes = 0;         // build nodes, root included
-    int32_t parallelSearches = 0;  // nodes whose axes were searched in a region
-    int64_t searchedTriangles = 0; // triangles of all searched nodes, summed
-    int64_t radixTriangles = 0;    // the same, for nodes sorted by radix
 };
 
 }  // namespace vekr::kd

@@ -4,11 +4,12 @@
 // Charges, in 32 bits: the build state (400 bytes), twelve per-triangle
 // arrays of 4t bytes, a triangle block of (36t rounded down to 16 MB) + 16 MB,
 // a vertex block of (48v rounded down to 16 MB) + 16 MB, and 16 MB + 40 for
-// every working unit.  The builder allocates only what it uses of the fixed
-// part (nine of the arrays as sort keys, 24t bytes of the triangle block as
-// per-triangle boxes, and for large meshes 192 KB of its remaining 12t bytes
-// as radix digit counts; it reads the caller's vertices in place), so its
-// real use stays below what it is charged.
+// every working unit of records and lists (kdtree_budget).  The builder
+// allocates nine of the arrays as key scratch and 24t bytes of the triangle
+// block as per-triangle boxes, and reads the caller's vertices in place; the
+// rest of what the fixed part is charged is its spare pool, which holds the
+// sorted orders of large nodes and the scratch of subtree tasks.  So its
+// real use stays within what it is charged.
 #include <cmath>
 #include <memory>
 
@@ -18,6 +19,7 @@
 #include "accel/kdtree_pack.h"
 #include "accel/kdtree_recurse.h"
 #include "core/alloc.h"
+#include "vekcore.h"
 
 namespace vekr::kd {
 
@@ -44,67 +46,71 @@ VekStatus buildCostDrivenStats(const float* vertices, const int* triangles, int3
     if (budgetBytes < 84u * t + 12u * v + kFixedExtra) return vekStsNoMem;
 
     Budget budget(budgetBytes, stats);
-    budget.charge(kStateBytes);
-    for (int i = 0; i < 12; ++i) budget.charge(4u * t);
-    budget.charge(((36u * t) & kBlockMask) + kUnitBytes);
-    budget.charge(((48u * v) & kBlockMask) + kUnitBytes);
-
-    // Sort keys: per axis starts (flats at the tail), ends, scratch.
-    Owned keys, boxesBlock;
-    Recursion rc{};
-    if (t > 0) {
-        const int64_t keyCount = 9 * static_cast<int64_t>(t);
-        const int64_t boxFloats = 6 * static_cast<int64_t>(t);
-        if (keyCount > 0x7FFFFFFF) return vekStsNoMem;
-        const bool wide = t >= static_cast<uint32_t>(kWideDigitsFrom);
-        const int64_t wideWords = wide ? static_cast<int64_t>(kWideCountsBytes / 4) : 0;
-        keys.reset(malloc32(static_cast<int32_t>(keyCount)));
-        boxesBlock.reset(malloc32(static_cast<int32_t>(boxFloats + wideWords)));
-        if (!keys || !boxesBlock) return vekStsNoMem;
-        uint32_t* k = static_cast<uint32_t*>(keys.get());
-        float* b = static_cast<float*>(boxesBlock.get());
-        for (int a = 0; a < 3; ++a) {
-            for (int j = 0; j < 3; ++j) rc.axisKeys[a][j] = k + (3 * a + j) * static_cast<size_t>(t);
-            rc.boxes.lo[a] = b + a * static_cast<size_t>(t);
-            rc.boxes.hi[a] = b + (3 + a) * static_cast<size_t>(t);
-            // Two Radix24Counts per axis, a sixth of the counts area each.
-            rc.wideCounts[a] = wide ? b + boxFloats + a * (kWideCountsBytes / 3 / sizeof(float))
-                                    : nullptr;
-        }
+    const uint32_t fixedCharges[] = {kStateBytes, 4u * t, 4u * t, 4u * t, 4u * t, 4u * t, 4u * t,
+                                     4u * t, 4u * t, 4u * t, 4u * t, 4u * t, 4u * t,
+                                     ((36u * t) & kBlockMask) + kUnitBytes,
+                                     ((48u * v) & kBlockMask) + kUnitBytes};
+    int64_t fixed = 0;
+    for (uint32_t c : fixedCharges) {
+        budget.charge(c);
+        fixed += c;
+    }
+    if (t == 0) {
+        const VekrKDTreeBuildNode empty{kLeafKind, 0, nullptr};
+        return packTree(empty, ppTree, pTreeSize);
     }
 
-    WorkUnits units(budget);
-    rc.units = &units;
-    rc.stats = stats;
+    // Key scratch (9t words) and the per-triangle boxes (6t floats).
+    const int64_t keyCount = 9 * static_cast<int64_t>(t);
+    const int64_t boxFloats = 6 * static_cast<int64_t>(t);
+    if (keyCount > 0x7FFFFFFF) return vekStsNoMem;
+    Owned keys(malloc32(static_cast<int32_t>(keyCount)));
+    Owned boxesBlock(malloc32(static_cast<int32_t>(boxFloats)));
+    if (!keys || !boxesBlock) return vekStsNoMem;
+    Recursion rc{};
+    float* b = static_cast<float*>(boxesBlock.get());
+    for (int a = 0; a < 3; ++a) {
+        rc.boxes.lo[a] = b + a * static_cast<size_t>(t);
+        rc.boxes.hi[a] = b + (3 + a) * static_cast<size_t>(t);
+    }
+
+    rc.threads = ownGetNumThreads() > 1 ? ownGetNumThreads() : 1;
+    // Records and lists may take what the budget has left for units; each
+    // thread's partly used block comes out of the spare memory.
+    NodeStore store(rc.threads, budget.remaining());
+    SparePool pool(fixed - 4 * (keyCount + boxFloats) - static_cast<int64_t>(rc.threads) * NodeStore::kBlockBytes);
+    rc.store = &store;
+    rc.pool = &pool;
+    rc.triangles = triangleCount;
     rc.q = splitFactor(threshold);
     rc.depthLimit = depthLimit;
 
-    VekrKDTreeBuildNode root{kLeafKind, 0, nullptr};
-    if (stats) stats->nodes = 1;
-    NodeBox box{{0, 0, 0}, {0, 0, 0}};
-    if (t > 0) {
-        int32_t* list = static_cast<int32_t*>(units.take(4u * static_cast<size_t>(t)));
-        if (!list) return units.outOfMemory() ? vekStsNoMem : vekStsMemBudget;
-        const int32_t kept =
-            triangleBoxes(vertices, triangles, triangleCount, region, rc.boxes, list);
-        root.value = kept;
-        root.ptr = list;
-        // The root cell is the box of every kept triangle (NaN bounds ignored).
-        for (int a = 0; a < 3; ++a) {
-            float lo = INFINITY, hi = -INFINITY;
-            const float* bl = rc.boxes.lo[a];
-            const float* bh = rc.boxes.hi[a];
-            for (int32_t i = 0; i < kept; ++i) {
-                const int32_t id = list[i];
-                lo = bl[id] < lo ? bl[id] : lo;
-                hi = bh[id] > hi ? bh[id] : hi;
-            }
-            box.lo[a] = lo;
-            box.hi[a] = hi;
+    int32_t* list = static_cast<int32_t*>(store.take(4u * static_cast<size_t>(t), 0));
+    if (!list) return store.failed();
+    const int32_t kept = triangleBoxes(vertices, triangles, triangleCount, region, rc.boxes, list);
+    VekrKDTreeBuildNode root{kLeafKind, kept, list};
+    // The root cell is the box of every kept triangle (NaN bounds ignored).
+    NodeBox box;
+    for (int a = 0; a < 3; ++a) {
+        float lo = INFINITY, hi = -INFINITY;
+        const float* bl = rc.boxes.lo[a];
+        const float* bh = rc.boxes.hi[a];
+        for (int32_t i = 0; i < kept; ++i) {
+            const int32_t id = list[i];
+            lo = bl[id] < lo ? bl[id] : lo;
+            hi = bh[id] > hi ? bh[id] : hi;
         }
-        const VekStatus st = splitNode(rc, root, box, 0);
-        if (st != vekStsOk) return st;
+        box.lo[a] = lo;
+        box.hi[a] = hi;
     }
+    // The side bytes of the first task at the end of the key scratch.
+    const int64_t sideWords = (static_cast<int64_t>(t) + 3) / 4;
+    uint32_t* scratch = static_cast<uint32_t*>(keys.get());
+    const TaskSpace space{scratch, keyCount - sideWords,
+                          reinterpret_cast<uint8_t*>(scratch + keyCount - sideWords)};
+    buildTree(rc, space, root, box);
+    if (store.failed() != vekStsOk) return store.failed();
+    if (!chargeNodes(budget, 4u * static_cast<size_t>(t), root)) return vekStsMemBudget;
     return packTree(root, ppTree, pTreeSize);
 }
 

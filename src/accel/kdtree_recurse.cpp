@@ -3,16 +3,24 @@
 // Leaf cost C = n * (dx*dy + dz*(dx + dy)) (n times half the box's surface);
 // each axis whose extent exceeds 1e-5 offers its best split (kdtree_cost);
 // the node splits on the cheapest axis, ties going to the later one, when
-// n * (C - cost) > max(1e-5, q * C).  Nodes of more than 75 triangles search
-// their axes in a parallel region of one thread per axis, and only when at
-// least two axes take part; smaller nodes search on the calling thread.
+// n * (C - cost) > max(1e-5, q * C).  A node of more than 75 triangles is
+// searched only when at least two axes take part.
+//
+// The keys of large nodes come from the sorted orders their parent handed
+// down (kdtree_orders), so a level of the tree costs linear time; small
+// nodes, and nodes whose orders did not fit in the spare memory, sort their
+// own keys.  Both give the same sorted keys.  Large subtrees are built as
+// OpenMP tasks, and the axes of very large nodes are searched as tasks; the
+// tree does not depend on which thread built what.
 #include "accel/kdtree_recurse.h"
+
+#include <omp.h>
 
 #include <cstring>
 
 #include "accel/kdtree_cost.h"
+#include "accel/kdtree_orders.h"
 #include "accel/kdtree_sort.h"
-#include "core/parallel.h"
 
 namespace vekr::kd {
 
@@ -20,98 +28,68 @@ namespace {
 
 constexpr int32_t kParallelAbove = 75;
 constexpr float kMinExtent = 1e-5f;  // 0x3727C5AC
+constexpr int32_t kOrdersAbove = 8;      // larger nodes read their keys from orders
+constexpr int32_t kTaskFrom = 1024;        // a child this large is built as a task
+constexpr int32_t kAxisTasksFrom = 12288;  // a node this large searches its axes as tasks
 
 // The triangle's extent on one axis, kept inside the cell.  A NaN bound
 // takes the cell's.
 inline float clampLo(float v, float lo) { return v > lo ? v : lo; }
 inline float clampHi(float v, float hi) { return v < hi ? v : hi; }
 
-// Sorted keys of the node's triangles on one axis, then the cost search.
-AxisResult searchOneAxis(const Recursion& rc, int axis, const int32_t* list, int32_t n,
-                         const NodeBox& box)
+AxisResult searchKeys(int axis, const uint32_t* starts, const uint32_t* ends, int32_t m,
+                      int32_t n, const NodeBox& box)
 {
-    uint32_t* starts = rc.axisKeys[axis][0];
-    uint32_t* ends = rc.axisKeys[axis][1];
-    uint32_t* scratch = rc.axisKeys[axis][2];
-    const float* bl = rc.boxes.lo[axis];
-    const float* bh = rc.boxes.hi[axis];
-    const float lo = box.lo[axis], hi = box.hi[axis];
-    int32_t m = 0, tail = n;
-    // Every key of the node lies between the keys of its faces; when those
-    // differ only in the low 24 bits, a large node sorts in two 12-bit passes.
-    const bool narrow = (floatKey(lo) ^ floatKey(hi)) < (1u << 24);
-    if (n >= kWideDigitsFrom && narrow) {
-        auto* counts = static_cast<Radix24Counts*>(rc.wideCounts[axis]);
-        Radix24Counts& cs = counts[0];
-        Radix24Counts& ce = counts[1];
-        cs.clear();
-        ce.clear();
-        for (int32_t i = 0; i < n; ++i) {
-            const int32_t id = list[i];
-            const uint32_t ks = floatKey(clampLo(bl[id], lo)), ke = floatKey(clampHi(bh[id], hi));
-            if (ks == ke) {
-                starts[--tail] = ks;
-            } else {
-                starts[m] = ks;
-                ends[m] = ke;
-                cs.add(ks);
-                ce.add(ke);
-                ++m;
-            }
-        }
-        radixSort24Counted(starts, scratch, m, cs);
-        radixSort24Counted(ends, scratch, m, ce);
-        radixSortKeys(starts + m, scratch, n - m);
-    } else if (n > kRadixAbove) {
-        // The radix sort's digit counts are taken while the keys are made.
-        RadixCounts cs, ce;
-        cs.clear();
-        ce.clear();
-        for (int32_t i = 0; i < n; ++i) {
-            const int32_t id = list[i];
-            const uint32_t ks = floatKey(clampLo(bl[id], lo)), ke = floatKey(clampHi(bh[id], hi));
-            if (ks == ke) {
-                starts[--tail] = ks;
-            } else {
-                starts[m] = ks;
-                ends[m] = ke;
-                cs.add(ks);
-                ce.add(ke);
-                ++m;
-            }
-        }
-        radixSortCounted(starts, scratch, m, cs);
-        radixSortCounted(ends, scratch, m, ce);
-        radixSortKeys(starts + m, scratch, n - m);
-    } else {
-        for (int32_t i = 0; i < n; ++i) {
-            const int32_t id = list[i];
-            const uint32_t ks = floatKey(clampLo(bl[id], lo)), ke = floatKey(clampHi(bh[id], hi));
-            if (ks == ke) {
-                starts[--tail] = ks;
-            } else {
-                starts[m] = ks;
-                ends[m] = ke;
-                ++m;
-            }
-        }
-        smallSortKeys(starts, m);
-        smallSortKeys(ends, m);
-        smallSortKeys(starts + m, n - m);
-    }
-
     const int o1 = axis == 0 ? 1 : 0, o2 = axis == 2 ? 1 : 2;
-    const int32_t f = n - m;
-    AxisInput in{starts, ends, m, starts + m, f, lo, hi,
+    AxisInput in{starts, ends, m, starts + m, n - m, box.lo[axis], box.hi[axis],
                  box.hi[o1] - box.lo[o1], box.hi[o2] - box.lo[o2]};
     return searchAxis(in);
 }
 
+// Sorts the node's keys on one axis itself; scratch holds 3n words.
+AxisResult searchSorting(const Recursion& rc, int axis, const int32_t* list, int32_t n,
+                         const NodeBox& box, uint32_t* scratch)
+{
+    uint32_t* starts = scratch;
+    uint32_t* ends = scratch + n;
+    uint32_t* spare = scratch + 2 * static_cast<int64_t>(n);
+    const float* bl = rc.boxes.lo[axis];
+    const float* bh = rc.boxes.hi[axis];
+    const float lo = box.lo[axis], hi = box.hi[axis];
+    int32_t m = 0, tail = n;
+    for (int32_t i = 0; i < n; ++i) {
+        const int32_t id = list[i];
+        const uint32_t ks = floatKey(clampLo(bl[id], lo)), ke = floatKey(clampHi(bh[id], hi));
+        if (ks == ke) {
+            starts[--tail] = ks;
+        } else {
+            starts[m] = ks;
+            ends[m] = ke;
+            ++m;
+        }
+    }
+    sortKeys(starts, spare, m, n);
+    sortKeys(ends, spare, m, n);
+    sortKeys(starts + m, spare, n - m, n);
+    return searchKeys(axis, starts, ends, m, n, box);
+}
+
+// Reads the node's sorted keys off its orders; scratch holds 2n words.
+AxisResult searchOrdered(const Recursion& rc, int axis, const Orders& orders, int32_t n,
+                         const NodeBox& box, uint32_t* scratch)
+{
+    const int32_t m = keysFromOrders(rc.boxes, orders, n, axis, box.lo[axis], box.hi[axis],
+                                     scratch, scratch + n);
+    return searchKeys(axis, scratch, scratch + n, m, n, box);
+}
+
 // Writes the children's lists: below when the start lies below the split,
 // above when the end lies above it; a triangle in the plane goes to `side`.
+// With sideOf, also records per triangle where it went (bit 0 below, bit 1
+// above).
 void partition(const Recursion& rc, int axis, uint32_t xKey, int32_t side, const int32_t* list,
                int32_t n, const NodeBox& box, int32_t* below, int32_t* above, int32_t& nb,
-               int32_t& na)
+               int32_t& na, uint8_t* sideOf)
 {
     const float* bl = rc.boxes.lo[axis];
     const float* bh = rc.boxes.hi[axis];
@@ -131,23 +109,63 @@ void partition(const Recursion& rc, int axis, uint32_t xKey, int32_t side, const
         }
         if (toBelow) below[b++] = id;
         if (toAbove) above[a++] = id;
+        if (sideOf) sideOf[id] = static_cast<uint8_t>((toBelow ? 1 : 0) | (toAbove ? 2 : 0));
     }
     nb = b;
     na = a;
 }
 
-}  // namespace
+// A block of the spare pool, given back when the owner is done with it.
+class PoolBlock {
+public:
+    PoolBlock(SparePool* pool, int32_t* p, int64_t words) : pool_(pool), p_(p), words_(words) {}
+    ~PoolBlock() { release(); }
+    PoolBlock(const PoolBlock&) = delete;
+    PoolBlock& operator=(const PoolBlock&) = delete;
+    void release()
+    {
+        pool_->give(p_, words_);
+        p_ = nullptr;
+    }
 
-float splitFactor(float threshold) noexcept
-{
-    return static_cast<float>((10.0 - 9.0 * static_cast<double>(threshold)) * 0.5057569742202759);
-}
+private:
+    SparePool* pool_;
+    int32_t* p_;
+    int64_t words_;
+};
 
-VekStatus splitNode(const Recursion& rc, VekrKDTreeBuildNode& node, const NodeBox& box,
-                    int32_t depth)
+void splitNode(const Recursion& rc, const TaskSpace& space, VekrKDTreeBuildNode& node,
+               const NodeBox& box, int32_t depth, int32_t* orderBlock);
+
+// Builds the subtree below `node` as a task with its own space, when the
+// pool can give it; false when it could not (the caller builds it).
+bool splitAsTask(const Recursion& rc, VekrKDTreeBuildNode& node, const NodeBox& box,
+                 int32_t depth, int32_t* orderBlock)
 {
     const int32_t n = node.value;
-    if (depth >= rc.depthLimit || n == 0) return vekStsOk;
+    const int64_t scratchWords = 3 * static_cast<int64_t>(n);
+    const int64_t words = scratchWords + (static_cast<int64_t>(rc.triangles) + 3) / 4;
+    int32_t* block = rc.pool->take(words);
+    if (!block) return false;
+    const Recursion* shared = &rc;
+    VekrKDTreeBuildNode* target = &node;
+#pragma omp task firstprivate(shared, target, block, words, scratchWords, box, depth, orderBlock)
+    {
+        const TaskSpace own{reinterpret_cast<uint32_t*>(block), scratchWords,
+                            reinterpret_cast<uint8_t*>(block + scratchWords)};
+        splitNode(*shared, own, *target, box, depth, orderBlock);
+        shared->pool->give(block, words);
+    }
+    return true;
+}
+
+void splitNode(const Recursion& rc, const TaskSpace& space, VekrKDTreeBuildNode& node,
+               const NodeBox& box, int32_t depth, int32_t* orderBlock)
+{
+    const int32_t n = node.value;
+    PoolBlock ownOrders(rc.pool, orderBlock, orderWords(n));
+    if (rc.store->failed() != vekStsOk) return;
+    if (depth >= rc.depthLimit || n == 0) return;
     const int32_t* list = static_cast<const int32_t*>(node.ptr);
 
     const float ex[3] = {box.hi[0] - box.lo[0], box.hi[1] - box.lo[1], box.hi[2] - box.lo[2]};
@@ -159,30 +177,35 @@ VekStatus splitNode(const Recursion& rc, VekrKDTreeBuildNode& node, const NodeBo
     const double qC = static_cast<double>(rc.q) * C;
     const double minT = static_cast<double>(1e-5f);
     const double T = qC > minT ? qC : minT;
-    if (!(static_cast<double>(n) * C > T)) return vekStsOk;
+    if (!(static_cast<double>(n) * C > T)) return;
 
     int axes[3];
     int taking = 0;
     for (int a = 0; a < 3; ++a)
         if (ex[a] > kMinExtent) axes[taking++] = a;
+    // One axis alone is not searched in a large node: it stays a leaf.
+    if (n > kParallelAbove && taking < 2) return;
 
-    if (rc.stats && (taking >= 2 || (taking == 1 && n <= kParallelAbove))) {
-        rc.stats->searchedTriangles += n;
-        if (n > kRadixAbove) rc.stats->radixTriangles += n;
-    }
     AxisResult res[3];
     for (int a = 0; a < 3; ++a) res[a] = AxisResult{C, 0u, 0, 0, 0};
-    if (n > kParallelAbove) {
-        // One axis alone is not searched: the node stays a leaf.
-        if (taking < 2) return vekStsOk;
-        if (rc.stats) ++rc.stats->parallelSearches;
-        parallelRegion(taking, [&](int thread, int team) {
-            const Range r = staticBlock(taking, thread, team);
-            for (int i = r.begin; i < r.end; ++i)
-                res[axes[i]] = searchOneAxis(rc, axes[i], list, n, box);
-        });
+    const bool ordered = orderBlock != nullptr;
+    const Orders orders = ordered ? ordersIn(orderBlock, n) : Orders{};
+    const int64_t perAxis = (ordered ? 2 : 3) * static_cast<int64_t>(n);
+    auto search = [&](int i, uint32_t* scratch) {
+        res[axes[i]] = ordered ? searchOrdered(rc, axes[i], orders, n, box, scratch)
+                               : searchSorting(rc, axes[i], list, n, box, scratch);
+    };
+    if (rc.threads > 1 && n >= kAxisTasksFrom && space.scratchWords >= taking * perAxis) {
+#pragma omp taskgroup
+        {
+            for (int i = 1; i < taking; ++i) {
+#pragma omp task firstprivate(i) shared(search)
+                search(i, space.scratch + i * perAxis);
+            }
+            search(0, space.scratch);
+        }
     } else {
-        for (int i = 0; i < taking; ++i) res[axes[i]] = searchOneAxis(rc, axes[i], list, n, box);
+        for (int i = 0; i < taking; ++i) search(i, space.scratch);
     }
 
     int best;
@@ -194,18 +217,19 @@ VekStatus splitNode(const Recursion& rc, VekrKDTreeBuildNode& node, const NodeBo
         best = 2;
 
     const double gain = C - res[best].cost;
-    if (!(static_cast<double>(n) * gain > T)) return vekStsOk;
+    if (!(static_cast<double>(n) * gain > T)) return;
 
     const AxisResult& R = res[best];
-    // One 48-byte build record holds the pair of children.
-    auto* record = static_cast<VekrKDTreeBuildNode*>(rc.units->take(kBuildRecordBytes));
-    int32_t* below = R.nBelow > 0 ? static_cast<int32_t*>(rc.units->take(4u * R.nBelow)) : nullptr;
-    int32_t* above = R.nAbove > 0 ? static_cast<int32_t*>(rc.units->take(4u * R.nAbove)) : nullptr;
-    if (!record || (R.nBelow > 0 && !below) || (R.nAbove > 0 && !above))
-        return rc.units->outOfMemory() ? vekStsNoMem : vekStsMemBudget;
+    // One 48-byte build record holds the pair of children and their counts.
+    const int thread = omp_get_thread_num();
+    auto* record = static_cast<VekrKDTreeBuildNode*>(rc.store->take(kBuildRecordBytes, thread));
+    int32_t* below = R.nBelow > 0 ? static_cast<int32_t*>(rc.store->take(4u * R.nBelow, thread)) : nullptr;
+    int32_t* above = R.nAbove > 0 ? static_cast<int32_t*>(rc.store->take(4u * R.nAbove, thread)) : nullptr;
+    if (!record || (R.nBelow > 0 && !below) || (R.nAbove > 0 && !above)) return;
 
     int32_t nb = 0, na = 0;
-    partition(rc, best, R.posKey, R.side, list, n, box, below, above, nb, na);
+    partition(rc, best, R.posKey, R.side, list, n, box, below, above, nb, na,
+              ordered ? space.side : nullptr);
 
     const float split = keyFloat(R.posKey);
     node.kind = best;
@@ -213,14 +237,59 @@ VekStatus splitNode(const Recursion& rc, VekrKDTreeBuildNode& node, const NodeBo
     node.ptr = record;
     record[0] = VekrKDTreeBuildNode{kLeafKind, nb, below};
     record[1] = VekrKDTreeBuildNode{kLeafKind, na, above};
-    if (rc.stats) rc.stats->nodes += 2;
+    record[2] = VekrKDTreeBuildNode{nb, na, nullptr};  // the lists' sizes, for the charges
+
+    // The children's orders, filtered from this node's, which are then done.
+    int32_t* childOrders[2] = {nullptr, nullptr};
+    if (ordered && depth + 1 < rc.depthLimit) {
+        const int32_t counts[2] = {nb, na};
+        for (int c = 0; c < 2; ++c) {
+            if (counts[c] <= kOrdersAbove) continue;
+            childOrders[c] = rc.pool->take(orderWords(counts[c]));
+            if (childOrders[c])
+                filterOrders(orders, n, space.side, static_cast<uint8_t>(c + 1),
+                             ordersIn(childOrders[c], counts[c]));
+        }
+    }
+    ownOrders.release();
 
     NodeBox lower = box, upper = box;
     lower.hi[best] = split;
     upper.lo[best] = split;
-    const VekStatus st = splitNode(rc, record[0], lower, depth + 1);
-    if (st != vekStsOk) return st;
-    return splitNode(rc, record[1], upper, depth + 1);
+    if (rc.threads > 1 && nb >= kTaskFrom && splitAsTask(rc, record[0], lower, depth + 1, childOrders[0])) {
+        splitNode(rc, space, record[1], upper, depth + 1, childOrders[1]);
+#pragma omp taskwait
+        return;
+    }
+    splitNode(rc, space, record[0], lower, depth + 1, childOrders[0]);
+    splitNode(rc, space, record[1], upper, depth + 1, childOrders[1]);
+}
+
+}  // namespace
+
+float splitFactor(float threshold) noexcept
+{
+    return static_cast<float>((10.0 - 9.0 * static_cast<double>(threshold)) * 0.5057569742202759);
+}
+
+void buildTree(const Recursion& rc, const TaskSpace& space, VekrKDTreeBuildNode& root,
+               const NodeBox& box)
+{
+    const int32_t n = root.value;
+    int32_t* orders = nullptr;
+    if (n > kOrdersAbove && rc.depthLimit > 0) {
+        orders = rc.pool->take(orderWords(n));
+        if (orders)
+            sortOrders(rc.boxes, static_cast<const int32_t*>(root.ptr), n, ordersIn(orders, n),
+                       space.scratch);
+    }
+    if (rc.threads > 1) {
+#pragma omp parallel num_threads(rc.threads)
+#pragma omp single
+        splitNode(rc, space, root, box, 0, orders);
+    } else {
+        splitNode(rc, space, root, box, 0, orders);
+    }
 }
 
 }  // namespace vekr::kd

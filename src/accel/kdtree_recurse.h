@@ -15,29 +15,34 @@ struct NodeBox {
     float hi[3];
 };
 
-// Nodes of at least this many triangles may sort by two 12-bit digits.  The
-// digit counts (six Radix24Counts, 192 KB) then live in the triangle block,
-// after the boxes: 12t bytes of it are free, and 12 * 16384 is 192 KB.
-constexpr int32_t kWideDigitsFrom = 16384;
-constexpr size_t kWideCountsBytes = 6 * 2 * 4096 * sizeof(uint32_t);
-
+// What every node of one build shares (read only while it runs).
 struct Recursion {
     TriBoxes boxes;
-    uint32_t* axisKeys[3][3];  // per axis: starts (flats at the tail), ends, sort scratch
-    void* wideCounts[3];       // per axis: two Radix24Counts (starts, ends)
-    WorkUnits* units;
-    BuildStats* stats;
-    float q;             // split-acceptance factor
+    NodeStore* store;  // records and leaf lists
+    SparePool* pool;   // orders of the children and the subtree tasks' scratch
+    int32_t triangles; // t: the size of a side array
+    float q;           // split-acceptance factor
     int32_t depthLimit;  // a node at this depth stays a leaf
+    int threads;       // threads of the build; 1: no tasks
+};
+
+// What one task owns while it builds a subtree: key scratch for the nodes
+// of the subtree (3 words per triangle of its root per axis searched at
+// once) and one side byte per triangle of the mesh.
+struct TaskSpace {
+    uint32_t* scratch;
+    int64_t scratchWords;
+    uint8_t* side;
 };
 
 // q from the caller's threshold: (10 - 9 * threshold) * 0.5057569742202759
 // in double precision, rounded to float.
 float splitFactor(float threshold) noexcept;
 
-// Splits `node`, a leaf of n triangles (its list in node.ptr) whose cell is
-// box, at depth `depth`, and recursively its children.
-VekStatus splitNode(const Recursion& rc, VekrKDTreeBuildNode& node, const NodeBox& box,
-                    int32_t depth);
+// Builds the tree below `root`, a leaf of n triangles (its list in root.ptr)
+// whose cell is box: on rc.threads threads, subtrees as tasks.  space holds
+// scratch for 9n words.  Failures are left in rc.store->failed().
+void buildTree(const Recursion& rc, const TaskSpace& space, VekrKDTreeBuildNode& root,
+               const NodeBox& box);
 
 }  // namespace vekr::kd

@@ -29,30 +29,6 @@ void radixSortCounted(uint32_t* keys, uint32_t* scratch, int32_t n, RadixCounts&
     if (src != keys) std::memcpy(keys, src, sizeof(uint32_t) * static_cast<size_t>(n));
 }
 
-void radixSort24Counted(uint32_t* keys, uint32_t* scratch, int32_t n, Radix24Counts& c) noexcept
-{
-    if (n < 2) return;
-    uint32_t* src = keys;
-    uint32_t* dst = scratch;
-    for (int pass = 0; pass < 2; ++pass) {
-        uint32_t* h = c.h[pass];
-        const int shift = pass * 12;
-        if (h[(src[0] >> shift) & 0xFFF] == static_cast<uint32_t>(n)) continue;
-        uint32_t sum = 0;
-        for (int b = 0; b < 4096; ++b) {
-            const uint32_t cnt = h[b];
-            h[b] = sum;
-            sum += cnt;
-        }
-        for (int32_t i = 0; i < n; ++i) {
-            const uint32_t k = src[i];
-            dst[h[(k >> shift) & 0xFFF]++] = k;
-        }
-        std::swap(src, dst);
-    }
-    if (src != keys) std::memcpy(keys, src, sizeof(uint32_t) * static_cast<size_t>(n));
-}
-
 void radixSortKeys(uint32_t* keys, uint32_t* scratch, int32_t n) noexcept
 {
     if (n < 2) return;

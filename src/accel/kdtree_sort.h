@@ -45,23 +45,7 @@ struct RadixCounts {
 // the same digit is skipped.  scratch holds n keys.  The result ends in keys.
 void radixSortCounted(uint32_t* keys, uint32_t* scratch, int32_t n, RadixCounts& c) noexcept;
 
-// Digit counts of a two-pass radix sort of keys that differ only in their
-// low 24 bits, 12 bits per digit.
-struct Radix24Counts {
-    uint32_t h[2][4096];
-    void clear() noexcept { std::memset(h, 0, sizeof h); }
-    void add(uint32_t k) noexcept
-    {
-        ++h[0][k & 0xFFF];
-        ++h[1][(k >> 12) & 0xFFF];
-    }
-};
-
-// Radix sort of n keys that share every bit above bit 23, two passes of 12
-// bits; counts from Radix24Counts (consumed).  The result ends in keys.
-void radixSort24Counted(uint32_t* keys, uint32_t* scratch, int32_t n, Radix24Counts& c) noexcept;
-
-// The same, counting the digits itself.
+// Radix sort of n keys, counting the digits itself.
 void radixSortKeys(uint32_t* keys, uint32_t* scratch, int32_t n) noexcept;
 
 // In-place sort of the one array: keys are distributed in place over 256
