@@ -313,9 +313,10 @@ VEKR_API VekStatus vekrTriangleAccelInit(VekrTriangleAccel* pAccel, const float*
  * (vekStsNoMem if not; 33 is the smallest budget that builds), fails with
  * vekStsMemBudget when a further 16 MiB unit does not fit, and with
  * vekStsNoMem when an allocation fails.  Only success writes the outputs;
- * release the block with vekrKDTreeFree.  Nodes of more than 75 triangles
- * search their axes on 2 or 3 OpenMP threads (not ownGetNumThreads).  Depth
- * stays within the 50-entry stack of the traversal.
+ * release the block with vekrKDTreeFree.  The build runs on ownGetNumThreads()
+ * threads (independent subtrees, and the axes of large nodes, at the same
+ * time); the tree, the status and the budget charged do not depend on the
+ * thread count.  Depth stays within the 50-entry stack of the traversal.
  */
 VEKR_API VekStatus vekrKDTreeBuildAlloc(VekrKDTreeNode** ppTree, const float* pVertices,
                                         const int* pTriangles, int vertexCount, int triangleCount,

@@ -1,6 +1,6 @@
 // The KD-tree builds: the independent checker (layout, completeness, depth)
-// over a table of meshes and build parameters, the same bytes on one and two
-// threads, the budget's boundaries as one table, and the single-leaf layout.
+// over a table of meshes and build parameters, the recorded trees on 1, 2
+// and 3 threads, the budget's boundaries as one table, and the single-leaf layout.
 #include <gtest/gtest.h>
 #include <omp.h>
 
@@ -12,6 +12,7 @@
 
 #include "accel/kdtree_build.h"
 #include "kdtree_check.h"
+#include "kdtree_recorded.h"
 #include "testutil.h"
 #include "vekr.h"
 
@@ -68,19 +69,6 @@ void expectValid(const Mesh& m, const Built& b, int depth, const VekrBox3D* regi
 }
 
 
-// Slivers along the x axis: the root box is 5e-6 thick on y and z, so only x
-// takes part, yet the box has a surface to gain on.
-Mesh needles(int n)
-{
-    Mesh m;
-    for (int i = 0; i < n; ++i) {
-        const float x = float(i);
-        m.vertices.insert(m.vertices.end(), {x, 0, 0, x + 0.5f, 5e-6f, 0, x + 0.75f, 0, 5e-6f});
-        m.triangles.insert(m.triangles.end(), {3 * i, 3 * i + 1, 3 * i + 2, 0});
-    }
-    return m;
-}
-
 const Mesh& bunny()
 {
     static const Mesh m = [] {
@@ -110,72 +98,18 @@ std::vector<BuildCase> buildCases()
     out.push_back({"soup2000_region", [] { return vekr::test::randomTriangles(2000, 5, 0.2f); }, 50, 0.0f, true});
     out.push_back({"squares", [] { return vekr::test::gridOfSquares(14); }, 50, 0.0f, false});
     out.push_back({"squares_depth9", [] { return vekr::test::gridOfSquares(14); }, 9, 0.25f, false});
-    out.push_back({"needles76", [] { return needles(76); }, 50, 0.0f, false});
-    out.push_back({"needles75", [] { return needles(75); }, 50, 0.0f, false});
+    out.push_back({"needles76", [] { return kdrecorded::needles(76); }, 50, 0.0f, false});
+    out.push_back({"needles75", [] { return kdrecorded::needles(75); }, 50, 0.0f, false});
     out.push_back({"bunny", [] { return bunny(); }, 50, 0.0f, false});
     out.push_back({"bunny_region", [] { return bunny(); }, 20, 0.0f, true});
     return out;
 }
 
-std::vector<char> bytesOnThreads(const Mesh& m, const VekrKDTreeBuildParams& p, bool parallel)
-{
-    const int levels = omp_get_max_active_levels();
-    omp_set_max_active_levels(parallel ? 1 : 0);
-    VekrKDTreeNode* tree = nullptr;
-    int size = 0;
-    const VekStatus st = vekrKDTreeBuildAlloc(&tree, vertices(m), triangles(m),
-                                              m.vertexCount(), m.triangleCount(), &size, &p);
-    omp_set_max_active_levels(levels);
-    EXPECT_EQ(st, vekStsOk);
-    std::vector<char> out(reinterpret_cast<char*>(tree), reinterpret_cast<char*>(tree) + size);
-    vekrKDTreeFree(tree);
-    return out;
-}
-
-// Size and FNV-1a hash of every row's tree, recorded from the build.
-struct Recorded {
-    const char* name;
-    int size;
-    uint64_t hash;
-};
-const Recorded kRecorded[] = {
-        {"soup0_depth0", 16, 0x15b8d49a44b74128ull},
-        {"soup0_depth6", 16, 0x15b8d49a44b74128ull},
-        {"soup0_depth50", 16, 0x15b8d49a44b74128ull},
-        {"soup1_depth0", 16, 0x0002b78f387d8892ull},
-        {"soup1_depth6", 16, 0x0002b78f387d8892ull},
-        {"soup1_depth50", 16, 0x0002b78f387d8892ull},
-        {"soup3_depth0", 16, 0x9cfd29d7b3b2e90cull},
-        {"soup3_depth6", 16, 0x9cfd29d7b3b2e90cull},
-        {"soup3_depth50", 16, 0x9cfd29d7b3b2e90cull},
-        {"soup20_depth0", 96, 0xd4cbcfbf15ab155cull},
-        {"soup20_depth6", 112, 0x0fb295a0122ad6e3ull},
-        {"soup20_depth50", 112, 0x0fb295a0122ad6e3ull},
-        {"soup76_depth0", 320, 0xef536c575b0e6064ull},
-        {"soup76_depth6", 648, 0x88062b4fdbe5fe09ull},
-        {"soup76_depth50", 648, 0x88062b4fdbe5fe09ull},
-        {"soup400_depth0", 1616, 0x73371b6f36286e53ull},
-        {"soup400_depth6", 2956, 0x1f071f101a248953ull},
-        {"soup400_depth50", 3148, 0xb8b17ae7a9fac20bull},
-        {"soup2500_depth0", 10016, 0x78da4f3144e7375bull},
-        {"soup2500_depth6", 17488, 0x63c58034d1f93b4cull},
-        {"soup2500_depth50", 32640, 0xbf6c0d3e62c2a101ull},
-        {"soup1500_loose", 94836, 0xb2422e28f327ab0bull},
-        {"soup1500_half", 17560, 0xa67133c4e82d81c9ull},
-        {"soup2000_region", 5960, 0xb2c8f7423df00c57ull},
-        {"squares", 2296, 0x27087276e5423ba0ull},
-        {"squares_depth9", 2552, 0x4be83e40f0ad97b4ull},
-        {"needles76", 320, 0xef536c575b0e6064ull},
-        {"needles75", 428, 0xb02db7c946c35786ull},
-        {"bunny", 1030900, 0xb63a7f5e7d1a3a7eull},
-        {"bunny_region", 108504, 0x54cefd5093f99a3dull},
-};
-
 void PrintTo(const BuildCase& c, std::ostream* os) { *os << c.name; }
 
 class KDTreeBuild : public testing::TestWithParam<BuildCase> {};
 
-TEST_P(KDTreeBuild, CompleteWithinDepthBudgetAndThreadCount)
+TEST_P(KDTreeBuild, CompleteWithinDepthAndBudget)
 {
     const BuildCase& c = GetParam();
     const Mesh counted = c.mesh();
@@ -191,13 +125,6 @@ TEST_P(KDTreeBuild, CompleteWithinDepthBudgetAndThreadCount)
     const VekrBox3D* r = c.region ? &region : nullptr;
     const Built b = build(counted, c.depth, c.threshold, 512, r);
     expectValid(counted, b, c.depth, r);
-    // The exact tree this build makes, recorded: any change of a split
-    // decision, a tie rule or a constant shows here.
-    uint64_t hash = 1469598103934665603ull;
-    for (char ch : b.bytes) hash = (hash ^ uint8_t(ch)) * 1099511628211ull;
-    const Recorded* rec = std::find_if(std::begin(kRecorded), std::end(kRecorded), [&](const Recorded& r) { return c.name == r.name; });
-    ASSERT_NE(rec, std::end(kRecorded));
-    EXPECT_TRUE(b.size == rec->size && hash == rec->hash) << std::hex << hash << std::dec << " " << b.size;
     if (c.region) {  // triangles wholly outside the region appear nowhere
         const kdcheck::Walk w = kdcheck::walkTree(b.root(), b.size);
         const double rl[3] = {region.minX, region.minY, region.minZ}, rh[3] = {region.maxX, region.maxY, region.maxZ};
@@ -215,17 +142,37 @@ TEST_P(KDTreeBuild, CompleteWithinDepthBudgetAndThreadCount)
         if (n >= 1 && n <= 3) EXPECT_TRUE(b.size == 16 && root.w1 < 0 && (root.w1 & 3) == n);
         else EXPECT_TRUE(b.size == 16 + 4 * n && root.w1 == n);
     }
-    const VekrKDTreeBuildParams p{VEKR_KDTREE_SAH_MAGIC, c.depth, c.threshold, 512u, r};
-    EXPECT_EQ(bytesOnThreads(counted, p, false), bytesOnThreads(counted, p, true));
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, KDTreeBuild, testing::ValuesIn(buildCases()),
                          [](const testing::TestParamInfo<BuildCase>& i) { return i.param.name; });
 
+// The exact trees, statuses and sizes recorded from the build for every
+// mesh of the table under every parameter combination, on 1, 2 and 3
+// threads: any change of a split decision, a tie rule, a constant or of
+// the order the tree is laid out in shows here.
+class KDTreeRecorded : public testing::TestWithParam<kdrecorded::MeshRow> {};
+
+TEST_P(KDTreeRecorded, SameTreesOnEveryThreadCount)
+{
+    const kdrecorded::MeshRow& row = GetParam();
+    const Mesh m = row.mesh();
+    if (m.triangleCount() == 0) GTEST_SKIP() << row.name << " not available (scripts/fetch-data.sh)";
+    const int saved = omp_get_max_threads();
+    for (int threads : {1, 2, 3}) {
+        omp_set_num_threads(threads);
+        EXPECT_EQ(kdrecorded::treesHash(m, row.everyParameter), row.recorded) << threads << " threads";
+    }
+    omp_set_num_threads(saved);
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, KDTreeRecorded, testing::ValuesIn(kdrecorded::meshRows()),
+                         [](const testing::TestParamInfo<kdrecorded::MeshRow>& i) { return i.param.name; });
+
 // The budget's two boundaries, recorded per mesh: below the entry test the
 // build is refused at once (-4); above it the build runs and stops when it
 // cannot open a working unit (-9); from the smallest sufficient budget on it
-// succeeds, never charging more than the budget.
+// succeeds, never charging more than the budget; on one thread and on three.
 TEST(KDTreeBudget, StatusAtEachBoundary)
 {
     struct Row {
@@ -238,8 +185,11 @@ TEST(KDTreeBudget, StatusAtEachBoundary)
     const Row rows[] = {{0, 32, vekStsNoMem},  {0, 33, vekStsMemBudget}, {0, 48, vekStsMemBudget}, {0, 49, vekStsOk},
                         {1, 32, vekStsNoMem},  {1, 33, vekStsMemBudget}, {1, 48, vekStsMemBudget}, {1, 49, vekStsOk},
                         {2, 43, vekStsNoMem},  {2, 44, vekStsMemBudget}, {2, 52, vekStsMemBudget}, {2, 53, vekStsOk}};
+    const int saved = omp_get_max_threads();
+    for (int threads : {1, 3})
     for (const Row& row : rows) {
-        SCOPED_TRACE(testing::Message() << "mesh " << row.mesh << ", " << row.mb << " MB");
+        omp_set_num_threads(threads);
+        SCOPED_TRACE(testing::Message() << "mesh " << row.mesh << ", " << row.mb << " MB, " << threads << " threads");
         const Mesh& m = meshes[row.mesh];
         const Built b = build(m, 50, 0.0f, row.mb);
         EXPECT_EQ(b.status, row.status);
@@ -257,6 +207,7 @@ TEST(KDTreeBudget, StatusAtEachBoundary)
         }
         vekrKDTreeFree(tree);
     }
+    omp_set_num_threads(saved);
 }
 
 // A leaf of three triangles is packed when its index gaps fit 15 and 16
