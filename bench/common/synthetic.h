@@ -1,6 +1,7 @@
 // A synthetic mesh for the benchmarks, of any size.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 
 #include "testutil.h"
@@ -31,6 +32,28 @@ inline vekr::test::Mesh bumpySphere(int rings, int segments)
         }
     }
     return m;
+}
+
+// k copies of a mesh side by side on a grid of cells one and a half times
+// the mesh's extent apart (the copies do not overlap).
+inline vekr::test::Mesh gridCopies(const vekr::test::Mesh& m, int k)
+{
+    float lo[3] = {1e30f, 1e30f, 1e30f}, hi[3] = {-1e30f, -1e30f, -1e30f};
+    for (size_t i = 0; i < m.vertices.size(); ++i) {
+        lo[i % 3] = std::min(lo[i % 3], m.vertices[i]);
+        hi[i % 3] = std::max(hi[i % 3], m.vertices[i]);
+    }
+    const int side = static_cast<int>(std::ceil(std::cbrt(static_cast<double>(k))));
+    vekr::test::Mesh out;
+    for (int c = 0; c < k; ++c) {
+        const int cell[3] = {c % side, (c / side) % side, c / (side * side)};
+        const int base = out.vertexCount();
+        for (size_t i = 0; i < m.vertices.size(); ++i)
+            out.vertices.push_back(m.vertices[i] + 1.5f * (hi[i % 3] - lo[i % 3]) * cell[i % 3]);
+        for (size_t i = 0; i < m.triangles.size(); ++i)
+            out.triangles.push_back(i % 4 == 3 ? m.triangles[i] : m.triangles[i] + base);
+    }
+    return out;
 }
 
 }  // namespace vekr::bench

@@ -4,6 +4,9 @@
 //
 //   bench_kdtree [runs] [mesh-name-filter]
 //
+// and, for the filter "scaling" or none, the growth of the build time from
+// one armadillo to twenty on a grid (about 1M triangles).
+//
 // One thread: OpenMP regions are made inactive (max active levels 0), so the
 // per-axis searches run one after the other on the calling thread.
 #include <omp.h>
@@ -112,6 +115,35 @@ int main(int argc, char** argv)
             std::printf("%-16s %9.0f %3d %12.3f %12.3f %12.3f %8.2f %8.2f   (vekr %.1f ms, embree high %.1f ms, tree %d B)\n",
                         nm.name.c_str(), n, threads, rv, rh, rd, rh > 0 ? rv / rh : 0,
                         rd > 0 ? rv / rd : 0, mv * 1e3, mh * 1e3, size);
+            std::fflush(stdout);
+        }
+    }
+    // Growth with size: copies of the armadillo on a grid, one thread; the
+    // time per n log2 n against the single copy's (1.0: exactly n log n).
+    const std::string arm = vekr::test::dataFile("armadillo.off");
+    if (std::string("scaling").find(filter) != std::string::npos && !arm.empty()) {
+        const vekr::test::Mesh one = vekr::test::loadOff(arm);
+        std::printf("\n%-16s %9s %10s %12s %14s\n", "armadillo grid", "tris", "ms", "Mtri/s", "vs n log n");
+        double unit = 0;
+        for (int k : {1, 2, 4, 8, 20}) {
+            const vekr::test::Mesh m = vekr::bench::gridCopies(one, k);
+            const double n = m.triangleCount();
+            VekrKDTreeBuildParams p{VEKR_KDTREE_SAH_MAGIC, 50, 0.0f, 4000u, nullptr};
+            setThreads(1);
+            std::vector<double> tv;
+            for (int r = 0; r < runs; ++r)
+                tv.push_back(seconds([&] {
+                    VekrKDTreeNode* tree = nullptr;
+                    int size = 0;
+                    if (vekrKDTreeBuildAlloc(&tree, m.vertices.data(), m.triangles.data(), m.vertexCount(),
+                                             m.triangleCount(), &size, &p) != vekStsOk)
+                        std::printf("# vekr build failed\n");
+                    vekrKDTreeFree(tree);
+                }));
+            const double t = median(tv), perNLogN = t / (n * std::log2(n));
+            if (k == 1) unit = perNLogN;
+            std::printf("%-16s %9.0f %10.1f %12.3f %14.2f\n", ("x" + std::to_string(k)).c_str(), n, t * 1e3,
+                        n / t * 1e-6, perNLogN / unit);
             std::fflush(stdout);
         }
     }

@@ -99,6 +99,10 @@ int32_t keysFromOrders(const TriBoxes& boxes, const Orders& in, int32_t n, int a
     }
     std::memcpy(startsAndFlats + m, ends, sizeof(uint32_t) * static_cast<size_t>(f));
     const int32_t* byEnd = in.byEnd[axis];
+    if (f == 0) {  // every triangle has an extent: only the ends are needed
+        for (int32_t i = 0; i < n; ++i) ends[i] = clampedEnd(bh[byEnd[i]], hi);
+        return m;
+    }
     int32_t e = 0;
     for (int32_t i = 0; i < n; ++i) {
         const int32_t id = byEnd[i];
