@@ -84,38 +84,19 @@ inline std::vector<int32_t> leafTriangles(const char* base, int64_t at, int64_t 
 }
 
 // Walks the tree; the root cell is unbounded.  Also checks that pairs and
-// lists are laid out depth first and contiguously, as the format fixes.
+// lists are laid out depth first and contiguously, as the format fixes: the
+// pairs from byte 16 on, then the lists in the order of their leaves.
 inline Walk walkTree(const VekrKDTreeNode* tree, int size)
 {
     Walk w;
     const char* base = reinterpret_cast<const char*>(tree);
+    auto fail = [&](const char* why) {
+        w.ok = false;
+        w.error = why;
+        return w;
+    };
     int64_t nextPair = 16;
-    // First pass: node area size = 16 + 16 * inner nodes.
-    int64_t nodeBytes = 16;
-    std::vector<std::pair<int64_t, int>> stack{{0, 0}};
-    while (!stack.empty()) {
-        auto [at, d] = stack.back();
-        stack.pop_back();
-        if (at < 0 || at + 8 > size) {
-            w.ok = false;
-            w.error = "node outside the block";
-            return w;
-        }
-        int32_t w0;
-        std::memcpy(&w0, base + at, 4);
-        if (w0 >= 0) {
-            if ((w0 & 4) != 0 || (w0 & 3) == 3) {
-                w.ok = false;
-                w.error = "bad inner node bits";
-                return w;
-            }
-            nodeBytes += 16;
-            const int64_t pair = at + (w0 & ~7);
-            stack.push_back({pair + 8, d + 1});
-            stack.push_back({pair, d + 1});
-        }
-    }
-    int64_t nextList = nodeBytes;
+    std::vector<std::pair<int64_t, int32_t>> lists;  // (offset, count) in leaf order
     struct Item {
         int64_t at;
         Cell cell;
@@ -132,18 +113,16 @@ inline Walk walkTree(const VekrKDTreeNode* tree, int size)
     while (!st.empty() && w.ok) {
         Item it = st.back();
         st.pop_back();
+        if (it.at < 0 || it.at + 8 > size) return fail("node outside the block");
         int32_t w0, w1;
         std::memcpy(&w0, base + it.at, 4);
         std::memcpy(&w1, base + it.at + 4, 4);
         w.maxDepth = std::max(w.maxDepth, it.depth);
         if (w0 >= 0) {
+            if ((w0 & 4) != 0 || (w0 & 3) == 3) return fail("bad inner node bits");
             const int axis = w0 & 3;
             const int64_t pair = it.at + (w0 & ~7);
-            if (pair != nextPair || pair + 16 > nodeBytes) {
-                w.ok = false;
-                w.error = "children pair not at the next free place";
-                return w;
-            }
+            if (pair != nextPair) return fail("children pair not at the next free place");
             nextPair += 16;
             const double split = asFloat(w1);
             const int c0 = int(w.nodes.size());
@@ -160,24 +139,18 @@ inline Walk walkTree(const VekrKDTreeNode* tree, int size)
             st.push_back(lo);
         } else {
             Leaf leaf{it.cell, leafTriangles(base, it.at, size, w), it.depth};
-            if (w1 > 0) {
-                const int64_t list = it.at - (w0 & ~3);
-                if (list != nextList) {
-                    w.ok = false;
-                    w.error = "list not at the next free place";
-                    return w;
-                }
-                nextList += 4 * int64_t(w1);
-            }
+            if (w1 > 0) lists.push_back({it.at - (w0 & ~3), w1});
             std::sort(leaf.tris.begin(), leaf.tris.end());
             w.nodes[it.index].leaf = int(w.leaves.size());
             w.leaves.push_back(std::move(leaf));
         }
     }
-    if (w.ok && nextList != size) {
-        w.ok = false;
-        w.error = "reported size differs from nodes plus lists";
+    int64_t nextList = nextPair;
+    for (const auto& [at, count] : lists) {
+        if (at != nextList) return fail("list not at the next free place");
+        nextList += 4 * int64_t(count);
     }
+    if (w.ok && nextList != size) return fail("reported size differs from nodes plus lists");
     return w;
 }
 
