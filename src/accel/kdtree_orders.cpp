@@ -61,23 +61,21 @@ Orders ordersIn(int32_t* words, int32_t n) noexcept
     return o;
 }
 
-void sortOrders(const TriBoxes& boxes, const int32_t* list, int32_t n, const Orders& out,
-                uint32_t* scratch) noexcept
+void sortOrders(const TriBoxes& boxes, const int32_t* list, int32_t n, int axis,
+                const Orders& out, uint32_t* scratch) noexcept
 {
     uint32_t* keys = scratch;
     int32_t* ids = reinterpret_cast<int32_t*>(scratch + n);
     uint32_t* spareKeys = scratch + 2 * static_cast<int64_t>(n);
     int32_t* spareIds = reinterpret_cast<int32_t*>(scratch + 3 * static_cast<int64_t>(n));
-    for (int a = 0; a < 3; ++a) {
-        for (int side = 0; side < 2; ++side) {
-            const float* bound = side == 0 ? boxes.lo[a] : boxes.hi[a];
-            for (int32_t i = 0; i < n; ++i) {
-                const float v = bound[list[i]];
-                keys[i] = side == 0 ? startOrderKey(v) : endOrderKey(v);
-                ids[i] = list[i];
-            }
-            sortIdsByKey(keys, ids, spareKeys, spareIds, n, side == 0 ? out.byStart[a] : out.byEnd[a]);
+    for (int side = 0; side < 2; ++side) {
+        const float* bound = side == 0 ? boxes.lo[axis] : boxes.hi[axis];
+        for (int32_t i = 0; i < n; ++i) {
+            const float v = bound[list[i]];
+            keys[i] = side == 0 ? startOrderKey(v) : endOrderKey(v);
+            ids[i] = list[i];
         }
+        sortIdsByKey(keys, ids, spareKeys, spareIds, n, side == 0 ? out.byStart[axis] : out.byEnd[axis]);
     }
 }
 

@@ -27,10 +27,10 @@ constexpr int64_t orderWords(int32_t n) { return 6 * static_cast<int64_t>(n) + 1
 // Points the six orders of n triangles into `words` (orderWords(n) of them).
 Orders ordersIn(int32_t* words, int32_t n) noexcept;
 
-// Sorts the n triangles of `list` on every axis into `out`; scratch holds
-// 4n words.
-void sortOrders(const TriBoxes& boxes, const int32_t* list, int32_t n, const Orders& out,
-                uint32_t* scratch) noexcept;
+// Sorts the n triangles of `list` on one axis into the axis's two orders
+// of `out`; scratch holds 4n words.
+void sortOrders(const TriBoxes& boxes, const int32_t* list, int32_t n, int axis,
+                const Orders& out, uint32_t* scratch) noexcept;
 
 // The sorted keys of one node on one axis: the clamped starts and ends of
 // the m triangles with an extent, and the positions of those lying in a

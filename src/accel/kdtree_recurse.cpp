@@ -276,18 +276,30 @@ void buildTree(const Recursion& rc, const TaskSpace& space, VekrKDTreeBuildNode&
                const NodeBox& box)
 {
     const int32_t n = root.value;
+    const auto* list = static_cast<const int32_t*>(root.ptr);
     int32_t* orders = nullptr;
-    if (n > kOrdersAbove && rc.depthLimit > 0) {
-        orders = rc.pool->take(orderWords(n));
-        if (orders)
-            sortOrders(rc.boxes, static_cast<const int32_t*>(root.ptr), n, ordersIn(orders, n),
-                       space.scratch);
-    }
+    if (n > kOrdersAbove && rc.depthLimit > 0) orders = rc.pool->take(orderWords(n));
+    // The root's orders, two axes at a time (4n words of scratch each).
+    auto sortAxes = [&] {
+        if (!orders) return;
+        const Orders o = ordersIn(orders, n);
+#pragma omp taskgroup
+        {
+#pragma omp task shared(o) if (rc.threads > 1)
+            sortOrders(rc.boxes, list, n, 1, o, space.scratch + 4 * static_cast<int64_t>(n));
+            sortOrders(rc.boxes, list, n, 0, o, space.scratch);
+        }
+        sortOrders(rc.boxes, list, n, 2, o, space.scratch);
+    };
     if (rc.threads > 1) {
 #pragma omp parallel num_threads(rc.threads)
 #pragma omp single
-        splitNode(rc, space, root, box, 0, orders);
+        {
+            sortAxes();
+            splitNode(rc, space, root, box, 0, orders);
+        }
     } else {
+        sortAxes();
         splitNode(rc, space, root, box, 0, orders);
     }
 }
