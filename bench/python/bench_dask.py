@@ -5,7 +5,8 @@ Run with the built package on the path:
         [--chunk 32,256,256] [--parts memory,workers,big --big-gib 6 --memory-limit 1GiB]
 Run with NUMPY_MADVISE_HUGEPAGE=0 where transparent huge pages stall on
 allocation (fresh output blocks then cost more than computing them).
-Prints the median of --runs runs per row, in megavoxels of output per second.
+Prints the median of --runs runs per row, in megavoxels of output per second,
+and the median of the ratios of in-memory to chunked runs taken in turn.
 Chunks are z slabs of whole planes by default, which the blocks read in place;
 chunks cut along y or x make each block gather its source first.
 The part "big" resamples an N GiB (--big-gib) float32 zarr store and
@@ -84,17 +85,20 @@ def memory(v, v16, chunk, cores, runs):
     src, src16 = da.from_array(v, chunks=chunk), da.from_array(v16, chunks=chunk)
     print("volume %d^3, chunks %s, %d cores, median of %d runs, load %s" %
           (n, chunk, cores, runs, os.getloadavg()))
-    print("%-28s %12s %12s %7s" % ("operation", "in-memory", "chunked", "ratio"))
+    print("%-28s %12s %12s %7s" % ("operation", "in-memory", "chunked", "ratio (median of pairs)"))
     for name, whole, chunked, out in cases:
         assert np.array_equal(chunked(1).compute(scheduler="threads").view(np.uint8),
                               whole(cores).view(np.uint8)), name
         # Both write into an existing array, as a pipeline stage would.
         out_arr = np.empty(out, v16.dtype if "i16" in name else v.dtype)
-        tw = median_time(lambda: whole(cores, out_arr), runs)
-        tc = median_time(lambda: vd.store(chunked(1), out_arr, scheduler="threads", num_workers=cores),
-                         runs)
+        # Alternated, so that both sides of a pair see the same load from elsewhere.
+        pairs = [(median_time(lambda: whole(cores, out_arr), 1),
+                  median_time(lambda: vd.store(chunked(1), out_arr, scheduler="threads", num_workers=cores), 1))
+                 for _ in range(runs)]
+        tw, tc = (statistics.median(t) for t in zip(*pairs))
         mv = np.prod(out) / 1e6
-        print("%-28s %9.1f Mv/s %9.1f Mv/s %6.0f%%" % (name, mv / tw, mv / tc, 100 * tw / tc))
+        print("%-28s %9.1f Mv/s %9.1f Mv/s %6.0f%%" %
+              (name, mv / tw, mv / tc, 100 * statistics.median(w / c for w, c in pairs)))
 
 
 def workers(v, chunk, cores, runs):
@@ -104,21 +108,32 @@ def workers(v, chunk, cores, runs):
     tmp = tempfile.mkdtemp(prefix="vekr-bench-")
     try:
         zarr.save_array(os.path.join(tmp, "in.zarr"), v, chunks=chunk)
-        print("zarr to zarr, zoom x1.5 linear, worker processes of 1 thread, library threads cores/workers")
-        base = None
-        for workers in (1, 2):
-            with LocalCluster(n_workers=workers, threads_per_worker=1, processes=True,
-                              dashboard_address=None) as cluster, Client(cluster) as client:
-                def job():
-                    out = os.path.join(tmp, "out.zarr")
-                    shutil.rmtree(out, ignore_errors=True)
-                    src = da.from_zarr(os.path.join(tmp, "in.zarr"))
-                    client.compute(da.to_zarr(vd.zoom(src, 1.5, 1, threads=max(1, cores // workers)),
-                                              out, compute=False)).result()
-                t = median_time(job, runs)
-                base = base or t
-                print("  %d worker(s): %7.1f Mv/s  speed-up %.2f" % (workers, (1.5 * n) ** 3 / 1e6 / t, base / t))
-        # What one worker does in turn, each step alone on one thread.
+        print("zarr to zarr, zoom x1.5 linear, worker processes of 1 thread, library threads cores/workers,"
+              " the two cluster sizes taken in turn")
+        clusters = [LocalCluster(n_workers=w, threads_per_worker=1, processes=True, dashboard_address=None)
+                    for w in (1, 2)]
+        clients = []
+        try:
+            clients += [Client(c) for c in clusters]
+
+            def job(client, workers):
+                out = os.path.join(tmp, "out.zarr")
+                shutil.rmtree(out, ignore_errors=True)
+                src = da.from_zarr(os.path.join(tmp, "in.zarr"))
+                client.compute(da.to_zarr(vd.zoom(src, 1.5, 1, threads=max(1, cores // workers)),
+                                          out, compute=False)).result()
+            pairs = [[median_time(lambda: job(c, w), 1) for c, w in zip(clients, (1, 2))] for _ in range(runs)]
+        finally:
+            for c in clients + clusters:
+                c.close()
+        t1, t2 = (statistics.median(t) for t in zip(*pairs))
+        mv = (1.5 * n) ** 3 / 1e6
+        print("  1 worker %.1f Mv/s, 2 workers %.1f Mv/s, speed-up %.2f (median of pairs)" %
+              (mv / t1, mv / t2, statistics.median(a / b for a, b in pairs)))
+        # What one worker does in turn, each step alone on one thread (as in a
+        # worker thread, where blosc does not start threads of its own).
+        import numcodecs
+        numcodecs.blosc.use_threads = False
         src = os.path.join(tmp, "in.zarr")
         zoomed = ndimage.zoom(v, 1.5, 1, threads=1)
         steps = [("read and decompress the input", lambda: zarr.open_array(src, "r")[...]),
