@@ -205,10 +205,11 @@ py::object zoom(py::object inputObj, py::object zoomArg, py::object order, py::o
             const VekCuboid dv{0, 0, z0, dst.W, dst.H, z1 - z0};
             int bytes = 0;
             check(vekrResizeGetBufSize(&sv, &dv, 1, interp, &bytes), "vekrResizeGetBufSize");
-            Scratch<uint8_t> buf(static_cast<size_t>(bytes));
+            // Kept by the thread: the blocks a Dask worker thread runs reuse it.
+            auto* buf = static_cast<uint8_t*>(threadScratch(0, size_t(bytes)));
             check(Lib<T>::resize(ps.data(), &vs, src.step, &sv, pd.data(), dst.step, &dv,
                                  double(dst.W) / src.W, double(dst.H) / src.H,
-                                 double(dst.D) / src.D, 0, 0, 0, interp, buf.get()),
+                                 double(dst.D) / src.D, 0, 0, 0, interp, buf),
                   "vekrResize_C1PV");
         });
     });
@@ -693,10 +694,11 @@ py::object zoomBlock(py::object pieces, py::object origins, py::object srcFull, 
             const VekCuboid dv{d0[2], d0[1], d0[0] + z0, ds[2], ds[1], z1 - z0};
             int bytes = 0;
             check(vekrResizeGetBufSize(&sv, &dv, 1, interp, &bytes), "vekrResizeGetBufSize");
-            Scratch<uint8_t> buf(static_cast<size_t>(bytes));
+            // Kept by the thread: the blocks a Dask worker thread runs reuse it.
+            auto* buf = static_cast<uint8_t*>(threadScratch(0, size_t(bytes)));
             check(Lib<T>::resize(ps.data(), &vs, src.step, &sv, pd.data(), dst.step, &dv,
                                  double(df[2]) / sf[2], double(df[1]) / sf[1], double(df[0]) / sf[0],
-                                 0, 0, 0, interp, buf.get()),
+                                 0, 0, 0, interp, buf),
                   "vekrResize_C1PV");
         });
     });
