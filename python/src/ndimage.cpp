@@ -205,10 +205,11 @@ py::object zoom(py::object inputObj, py::object zoomArg, py::object order, py::o
             const VekCuboid dv{0, 0, z0, dst.W, dst.H, z1 - z0};
             int bytes = 0;
             check(vekrResizeGetBufSize(&sv, &dv, 1, interp, &bytes), "vekrResizeGetBufSize");
-            Scratch<uint8_t> buf(static_cast<size_t>(bytes));
+            // Kept by the thread: the blocks a Dask worker thread runs reuse it.
+            auto* buf = static_cast<uint8_t*>(threadScratch(0, size_t(bytes)));
             check(Lib<T>::resize(ps.data(), &vs, src.step, &sv, pd.data(), dst.step, &dv,
                                  double(dst.W) / src.W, double(dst.H) / src.H,
-                                 double(dst.D) / src.D, 0, 0, 0, interp, buf.get()),
+                                 double(dst.D) / src.D, 0, 0, 0, interp, buf),
                   "vekrResize_C1PV");
         });
     });
@@ -305,22 +306,26 @@ py::object affineTransform(py::object inputObj, py::object matrixArg, py::object
     return out.finish();
 }
 
-py::object mapCoordinates(py::object inputObj, py::object coordinates, py::object output,
-                          py::object order, double cval, py::object threads)
+// Samples the source slices `ps` (a volume of size `vs` with row step `step`,
+// read inside `region`) at coordinates of shape (3, ...) into `output` (a new
+// array of like's dtype when None).  Points outside the region get cval.  The
+// points are addressed flat, one library call per run of kRun points.
+template <class T>
+py::object remap(const std::vector<const T*>& ps, VekVolumeSize vs, int step, VekCuboid region,
+                 const py::array& like, py::object coordinates, py::object output, py::object order,
+                 double cval, py::object threads)
 {
-    const Volume src = input(inputObj, kResampled);
     py::array ca = asArray(coordinates, "coordinates", {"float32", "float64"});
     if (ca.ndim() < 1 || ca.shape(0) != 3) valueError("coordinates must have shape (3, ...)");
     auto c = py::array_t<float, py::array::c_style | py::array::forcecast>::ensure(ca);
     const int interp = interpolation(order);
     std::vector<py::ssize_t> shape(c.shape() + 1, c.shape() + c.ndim());
     const size_t n = size_t(c.size() / 3);
-    // The output is addressed flat: one library call per run of kRun points.
     constexpr size_t kRun = 65536;
-    py::array res = output.is_none() ? py::array(src.a.dtype(), shape) : py::array::ensure(output);
+    py::array res = output.is_none() ? py::array(like.dtype(), shape) : py::array::ensure(output);
     if (!res || !res.writeable()) typeError("output must be a writeable ndarray");
-    if (!res.dtype().is(src.a.dtype()))
-        typeError("output must be " + dtypeName(src.a) + ", got " + dtypeName(res));
+    if (!res.dtype().is(like.dtype()))
+        typeError("output must be " + dtypeName(like) + ", got " + dtypeName(res));
     if (std::vector<py::ssize_t>(res.shape(), res.shape() + res.ndim()) != shape)
         valueError("output must have the shape coordinates.shape[1:]");
     py::array flat = (res.flags() & py::array::c_style) ? res : py::array(res.dtype(), shape);
@@ -329,28 +334,31 @@ py::object mapCoordinates(py::object inputObj, py::object coordinates, py::objec
         const float* cx = c.data() + 2 * n;
         const float* cy = c.data() + n;
         const float* cz = c.data();
-        const int parts = int((n + kRun - 1) / kRun);
-        byType(src.a, [&](auto t) {
-            using T = decltype(t);
-            const auto ps = src.slices<const T>();
-            T* pd = static_cast<T*>(flat.mutable_data());
-            const VekVolumeSize vs = src.size();
-            const VekCuboid sv{0, 0, 0, src.W, src.H, src.D};
-            runParts(parts, threadCount(threads), [&](int p) {
-                const size_t s = size_t(p) * kRun;
-                const int cnt = int(std::min(kRun, n - s));
-                const float *mx = cx + s, *my = cy + s, *mz = cz + s;
-                T* d = pd + s;
-                const VekVolumeSize roi{cnt, 1, 1};
-                check(Lib<T>::remap(ps.data(), &vs, src.step, &sv, &mx, &my, &mz,
-                                    int(cnt * sizeof(float)), &d, int(cnt * sizeof(T)), &roi,
-                                    interp),
-                      "vekrRemap_C1PV");
-            });
+        T* pd = static_cast<T*>(flat.mutable_data());
+        runParts(int((n + kRun - 1) / kRun), threadCount(threads), [&](int p) {
+            const size_t s = size_t(p) * kRun;
+            const int cnt = int(std::min(kRun, n - s));
+            const float *mx = cx + s, *my = cy + s, *mz = cz + s;
+            T* d = pd + s;
+            const VekVolumeSize roi{cnt, 1, 1};
+            check(Lib<T>::remap(ps.data(), &vs, step, &region, &mx, &my, &mz, int(cnt * sizeof(float)),
+                                &d, int(cnt * sizeof(T)), &roi, interp),
+                  "vekrRemap_C1PV");
         });
     }
     if (!flat.is(res)) res[py::ellipsis()] = flat;
     return std::move(res);
+}
+
+py::object mapCoordinates(py::object inputObj, py::object coordinates, py::object output,
+                          py::object order, double cval, py::object threads)
+{
+    const Volume src = input(inputObj, kResampled);
+    return byType(src.a, [&](auto t) {
+        using T = decltype(t);
+        return remap<T>(src.slices<const T>(), src.size(), src.step, {0, 0, 0, src.W, src.H, src.D},
+                        src.a, coordinates, output, order, cval, threads);
+    });
 }
 
 // Index of padded coordinate i in an axis of n voxels under a scipy border
@@ -372,10 +380,20 @@ int64_t borderIndex(int64_t i, int64_t n, const std::string& mode)
     return -1;  // constant
 }
 
-py::object convolve(py::object inputObj, py::object weightsObj, long divisor, py::object output,
-                    const std::string& mode, int cval, py::object threads)
+// A checked convolution: the kernel as int32 (x fastest) with its sizes, its
+// anchor (the centre, as scipy places it for origin 0) and the voxels read
+// below the anchor per axis (x, y, z); divisor, border mode and value.
+struct Kernel {
+    std::vector<int32_t> w;
+    VekVolumeSize ks{};
+    int anchor[3]{}, below[3]{};
+    int divisor = 1;
+    std::string mode;
+    int16_t cval = 0;
+};
+
+Kernel kernel(py::object weightsObj, long divisor, const std::string& mode, int cval)
 {
-    const Volume src = input(inputObj, {"int16"});
     py::array wa = asArray(weightsObj, "weights", {"int8", "int16", "int32", "int64", "uint8", "uint16"});
     requireNdim(wa, "weights", {3});
     if (wa.size() == 0) valueError("weights must not be empty");
@@ -386,127 +404,161 @@ py::object convolve(py::object inputObj, py::object weightsObj, long divisor, py
         valueError("divisor must be a non-zero 32-bit integer");
     if (cval < -32768 || cval > 32767) valueError("cval must fit int16");
     auto w64 = py::array_t<int64_t, py::array::c_style | py::array::forcecast>::ensure(wa);
-    std::vector<int32_t> kernel(size_t(w64.size()));
+    Kernel k;
+    k.w.resize(size_t(w64.size()));
     int64_t absSum = 0;
-    for (size_t i = 0; i < kernel.size(); ++i) {
+    for (size_t i = 0; i < k.w.size(); ++i) {
         absSum += std::llabs(w64.data()[i]);
         if (absSum * 32768 >= (int64_t(1) << 31))
             valueError("weights too large: sums could overflow 32 bits (sum of |w| < 65536)");
-        kernel[i] = int32_t(w64.data()[i]);
+        k.w[i] = int32_t(w64.data()[i]);
     }
-    const VekVolumeSize ks{int(wa.shape(2)), int(wa.shape(1)), int(wa.shape(0))};
-    // The anchor is the kernel's centre, as scipy places it for origin 0.
-    const int anchor[3] = {ks.width / 2, ks.height / 2, ks.depth / 2};
-    const int below[3] = {ks.width - 1 - anchor[0], ks.height - 1 - anchor[1],
-                          ks.depth - 1 - anchor[2]};  // voxels read below, per axis x y z
-    const int size[3] = {src.W, src.H, src.D};
-    Output out(output, {src.D, src.H, src.W}, src.a);
-    const Volume& dst = out.v;
+    k.ks = {int(wa.shape(2)), int(wa.shape(1)), int(wa.shape(0))};
+    const int sizes[3] = {k.ks.width, k.ks.height, k.ks.depth};
+    for (int a = 0; a < 3; ++a) {
+        k.anchor[a] = sizes[a] / 2;
+        k.below[a] = sizes[a] - 1 - k.anchor[a];
+    }
+    k.divisor = int(divisor);
+    k.mode = mode;
+    k.cval = int16_t(cval);
+    return k;
+}
 
-    // Boxes (x0, x1, y0, y1, z0, z1): the interior, whose neighbourhood lies
-    // inside the volume, cut into slabs for the threads, and the six shells.
+// Convolves the box [lo, hi) (x, y, z) of a volume of `size` voxels.  `src`
+// holds the volume's slices by z (those the box reads; null elsewhere) and
+// `dst` the output slices lo[2] .. hi[2] - 1, both addressed by whole-volume
+// rows and columns.  The part of the box whose neighbourhood lies inside the
+// volume is read in place, in slabs for the threads; the shells along the
+// volume's borders are read through copies padded by the border mode.
+void convolveBox(const std::vector<const int16_t*>& src, int srcStep, const int size[3], const int lo[3],
+                 const int hi[3], const std::vector<int16_t*>& dst, int dstStep, const Kernel& k,
+                 int nThreads)
+{
     struct Box {
         int lo[3], hi[3];
+        bool direct;
     };
+    const int kext[3] = {k.ks.width, k.ks.height, k.ks.depth};
     int ilo[3], ihi[3];
     bool hasInterior = true;
     for (int a = 0; a < 3; ++a) {
-        ilo[a] = std::min(below[a], size[a]);
-        ihi[a] = std::max(ilo[a], size[a] - anchor[a]);
+        ilo[a] = std::min(k.below[a], size[a]);
+        ihi[a] = std::max(ilo[a], size[a] - k.anchor[a]);
         hasInterior = hasInterior && ilo[a] < ihi[a];
     }
-    std::vector<Box> boxes;
-    const int nThreads = threadCount(threads);
+    // The volume as interior and shells: along z over everything, along y
+    // inside the z interior, along x inside both.
+    std::vector<Box> whole;
     if (!hasInterior) {
-        boxes.push_back({{0, 0, 0}, {size[0], size[1], size[2]}});
+        whole.push_back({{0, 0, 0}, {size[0], size[1], size[2]}, false});
     } else {
-        const int slabs = std::min(nThreads, ihi[2] - ilo[2]);
-        for (int p = 0; p < slabs; ++p) {
-            const auto [z0, z1] = slab(ihi[2] - ilo[2], slabs, p);
-            boxes.push_back({{ilo[0], ilo[1], ilo[2] + z0}, {ihi[0], ihi[1], ilo[2] + z1}});
-        }
-        // Shells: along z over everything, along y inside the z interior, along x inside both.
+        whole.push_back({{ilo[0], ilo[1], ilo[2]}, {ihi[0], ihi[1], ihi[2]}, true});
         for (int a = 2; a >= 0; --a) {
-            Box lo{{0, 0, 0}, {size[0], size[1], size[2]}}, hi = lo;
+            Box l{{0, 0, 0}, {size[0], size[1], size[2]}, false}, h = l;
             for (int b = a + 1; b < 3; ++b) {
-                lo.lo[b] = hi.lo[b] = ilo[b];
-                lo.hi[b] = hi.hi[b] = ihi[b];
+                l.lo[b] = h.lo[b] = ilo[b];
+                l.hi[b] = h.hi[b] = ihi[b];
             }
-            lo.hi[a] = ilo[a];
-            hi.lo[a] = ihi[a];
-            for (const Box& bx : {lo, hi})
-                if (bx.lo[a] < bx.hi[a]) boxes.push_back(bx);
+            l.hi[a] = ilo[a];
+            h.lo[a] = ihi[a];
+            whole.push_back(l);
+            whole.push_back(h);
         }
     }
-    const auto srcSlices = src.slices<const int16_t>();
-    const auto dstSlices = dst.slices<int16_t>();
-    const bool inside = hasInterior;
+    std::vector<Box> boxes;
+    for (Box b : whole) {
+        bool empty = false;
+        for (int a = 0; a < 3; ++a) {
+            b.lo[a] = std::max(b.lo[a], lo[a]);
+            b.hi[a] = std::min(b.hi[a], hi[a]);
+            empty = empty || b.lo[a] >= b.hi[a];
+        }
+        if (empty) continue;
+        const int slabs = b.direct ? std::min(nThreads, b.hi[2] - b.lo[2]) : 1;
+        for (int p = 0; p < slabs; ++p) {
+            const auto [z0, z1] = slab(b.hi[2] - b.lo[2], slabs, p);
+            Box s = b;
+            s.lo[2] = b.lo[2] + z0;
+            s.hi[2] = b.lo[2] + z1;
+            boxes.push_back(s);
+        }
+    }
     runParts(int(boxes.size()), nThreads, [&](int p) {
         const Box& bx = boxes[size_t(p)];
         const int ext[3] = {bx.hi[0] - bx.lo[0], bx.hi[1] - bx.lo[1], bx.hi[2] - bx.lo[2]};
         const VekVolumeSize roi{ext[0], ext[1], ext[2]};
         // The filter indexes the source slice pointers from -below[2] on.
-        std::vector<const int16_t*> ps(static_cast<size_t>(ext[2] + ks.depth - 1));
-        std::vector<int16_t*> pd(static_cast<size_t>(ext[2]));
-        int srcStep = src.step;
+        std::vector<const int16_t*> ps(static_cast<size_t>(ext[2] + kext[2] - 1));
+        int step = srcStep;
         std::vector<int16_t> padded;
-        const bool direct = inside &&
-                            bx.lo[0] >= ilo[0] && bx.hi[0] <= ihi[0] && bx.lo[1] >= ilo[1] &&
-                            bx.hi[1] <= ihi[1] && bx.lo[2] >= ilo[2] && bx.hi[2] <= ihi[2];
-        if (direct) {
+        if (bx.direct) {
             for (size_t z = 0; z < ps.size(); ++z)
                 ps[z] = reinterpret_cast<const int16_t*>(
-                                    reinterpret_cast<const char*>(srcSlices[size_t(bx.lo[2] - below[2]) + z]) +
-                                    size_t(bx.lo[1]) * src.step) +
-                                bx.lo[0];
+                                reinterpret_cast<const char*>(src[size_t(bx.lo[2] - k.below[2]) + z]) +
+                                std::intptr_t(bx.lo[1]) * srcStep) +
+                        bx.lo[0];
         } else {
             // Copy the box with its neighbourhood, borders filled by the mode.
             int pe[3];
             std::vector<int64_t> idx[3];
             for (int a = 0; a < 3; ++a) {
-                const int k = a == 0 ? ks.width : a == 1 ? ks.height : ks.depth;
-                pe[a] = ext[a] + k - 1;
+                pe[a] = ext[a] + kext[a] - 1;
                 for (int i = 0; i < pe[a]; ++i)
-                    idx[a].push_back(borderIndex(int64_t(bx.lo[a]) - below[a] + i, size[a], mode));
+                    idx[a].push_back(borderIndex(int64_t(bx.lo[a]) - k.below[a] + i, size[a], k.mode));
             }
             padded.resize(size_t(pe[0]) * pe[1] * pe[2]);
             size_t q = 0;
             for (int z = 0; z < pe[2]; ++z)
                 for (int y = 0; y < pe[1]; ++y)
                     for (int x = 0; x < pe[0]; ++x, ++q) {
-                        const int64_t sz = idx[2][size_t(z)], sy = idx[1][size_t(y)],
-                                      sx = idx[0][size_t(x)];
+                        const int64_t sz = idx[2][size_t(z)], sy = idx[1][size_t(y)], sx = idx[0][size_t(x)];
                         padded[q] = (sz < 0 || sy < 0 || sx < 0)
-                                        ? int16_t(cval)
+                                        ? k.cval
                                         : reinterpret_cast<const int16_t*>(
-                                              reinterpret_cast<const char*>(srcSlices[size_t(sz)]) +
-                                              size_t(sy) * src.step)[sx];
+                                              reinterpret_cast<const char*>(src[size_t(sz)]) +
+                                              std::intptr_t(sy) * srcStep)[sx];
                     }
-            srcStep = pe[0] * 2;
+            step = pe[0] * 2;
             for (size_t z = 0; z < ps.size(); ++z)
-                ps[z] = padded.data() + (z * pe[1] + below[1]) * pe[0] + below[0];
+                ps[z] = padded.data() + (z * pe[1] + k.below[1]) * pe[0] + k.below[0];
         }
+        std::vector<int16_t*> pd(static_cast<size_t>(ext[2]));
         for (int z = 0; z < ext[2]; ++z)
-            pd[size_t(z)] = reinterpret_cast<int16_t*>(
-                                reinterpret_cast<char*>(dstSlices[size_t(bx.lo[2] + z)]) +
-                                size_t(bx.lo[1]) * dst.step) +
+            pd[size_t(z)] = reinterpret_cast<int16_t*>(reinterpret_cast<char*>(dst[size_t(bx.lo[2] - lo[2] + z)]) +
+                                                       std::intptr_t(bx.lo[1]) * dstStep) +
                             bx.lo[0];
         int bytes = 0;
-        check(vekrFilterGetBufSize(&roi, &ks, 1, &bytes), "vekrFilterGetBufSize");
+        check(vekrFilterGetBufSize(&roi, &k.ks, 1, &bytes), "vekrFilterGetBufSize");
         Scratch<uint8_t> buf(static_cast<size_t>(bytes));
-        check(vekrFilter_16s_C1PV(ps.data() + below[2], srcStep, pd.data(), dst.step, &roi, kernel.data(),
-                                  &ks, anchor, int(divisor), buf.get()),
+        check(vekrFilter_16s_C1PV(ps.data() + k.below[2], step, pd.data(), dstStep, &roi, k.w.data(), &k.ks,
+                                  k.anchor, k.divisor, buf.get()),
               "vekrFilter_16s_C1PV");
     });
+}
+
+py::object convolve(py::object inputObj, py::object weightsObj, long divisor, py::object output,
+                    const std::string& mode, int cval, py::object threads)
+{
+    const Volume src = input(inputObj, {"int16"});
+    const Kernel k = kernel(weightsObj, divisor, mode, cval);
+    Output out(output, {src.D, src.H, src.W}, src.a);
+    const int size[3] = {src.W, src.H, src.D}, origin[3] = {0, 0, 0};
+    convolveBox(src.slices<const int16_t>(), src.step, size, origin, size, out.v.slices<int16_t>(), out.v.step,
+                k, threadCount(threads));
     return out.finish();
 }
 
 // ---- Blocks of a larger volume (used by vekr.dask) ----
-// The source is a sub-block of a whole volume of shape `full` (z, y, x)
-// starting at `origin`.  The library is handed slice pointers addressing the
-// whole volume, so its coordinates, border clamping and small-volume rules
-// are those of the whole volume; only voxels inside the block may be read,
-// which the caller guarantees by passing the block the call needs.
+// A block call reads pieces of a whole volume of shape `full` (z, y, x):
+// arrays with their origins, following each other along z over one y/x
+// window.  The library is handed slice pointers addressing the whole volume,
+// so its coordinates, border clamping and small-volume rules are those of the
+// whole volume; only voxels inside the pieces may be read, which the caller
+// guarantees by passing the pieces the call needs.  Pieces are read in place,
+// so the chunks of a volume cut along z alone make a source without a copy.
+// The result goes to `output` when given (a block of the final array), else
+// to a new array.
 
 std::array<int, 3> ints3(py::object obj, const char* what)
 {
@@ -519,6 +571,67 @@ std::array<int, 3> ints3(py::object obj, const char* what)
     }
     return r;
 }
+
+struct Pieces {
+    std::vector<Volume> parts;
+    std::vector<int> z0;
+    std::array<int, 3> full{}, origin{};  // origin: the first piece's z, the window's y and x
+    int step = 0;
+
+    Pieces(py::object arrays, py::object origins, py::object fullShape,
+           std::initializer_list<const char*> accepted)
+    {
+        full = ints3(fullShape, "source shape");
+        const auto items = arrays.cast<std::vector<py::object>>();
+        const auto orgs = origins.cast<std::vector<py::object>>();
+        if (items.empty() || items.size() != orgs.size())
+            valueError("source pieces and origins must pair up");
+        bool sameStep = true;
+        for (size_t i = 0; i < items.size(); ++i) {
+            Volume v = input(items[i], accepted);
+            const auto o = ints3(orgs[i], "source origin");
+            if (i == 0) {
+                origin = o;
+            } else {
+                if (!v.a.dtype().is(parts[0].a.dtype())) typeError("source pieces must share one dtype");
+                if (o[1] != origin[1] || o[2] != origin[2] || v.H != parts[0].H || v.W != parts[0].W)
+                    valueError("source pieces must share one y/x window");
+                if (o[0] < z0.back() + parts.back().D) valueError("source pieces must follow each other along z");
+            }
+            if (full[0] < 1 || full[1] < 1 || full[2] < 1 || o[0] + v.D > full[0] || o[1] + v.H > full[1] ||
+                o[2] + v.W > full[2])
+                valueError("block lies outside the volume");
+            sameStep = sameStep && (parts.empty() || v.step == parts[0].step);
+            parts.push_back(std::move(v));
+            z0.push_back(o[0]);
+        }
+        // One row step for all: copies only for pieces that are not chunks of one layout.
+        if (!sameStep)
+            for (Volume& v : parts) v = volume(py::module_::import("numpy").attr("ascontiguousarray")(v.a));
+        step = parts[0].step;
+    }
+    const py::array& like() const { return parts[0].a; }
+    // Slice pointers for z = 0 .. full[0] - 1, moved back by the window's
+    // origin.  Slices no piece holds are null, or with `clamp` the nearest
+    // held slice below (above, before the first).
+    template <class T>
+    std::vector<T*> slices(bool clamp) const
+    {
+        std::vector<T*> s(size_t(full[0]), nullptr);
+        const std::intptr_t back =
+                std::intptr_t(origin[1]) * step + std::intptr_t(origin[2]) * std::intptr_t(sizeof(T));
+        for (size_t i = 0; i < parts.size(); ++i) {
+            const auto own = parts[i].slices<T>();
+            for (size_t z = 0; z < own.size(); ++z)
+                s[size_t(z0[i]) + z] = reinterpret_cast<T*>(reinterpret_cast<std::intptr_t>(own[z]) - back);
+        }
+        if (clamp) {
+            T* held = s[size_t(z0[0])];
+            for (T*& p : s) held = p ? p : (p = held);
+        }
+        return s;
+    }
+};
 
 // Pointers to the slices 0 .. n-1 of a volume of which `v` holds the part at
 // `origin`; slices outside the block point at the nearest block slice.
@@ -535,14 +648,14 @@ std::vector<T*> placed(const Volume& v, const std::array<int, 3>& origin, int n)
     return s;
 }
 
-Volume block(py::object obj, const std::array<int, 3>& origin, const std::array<int, 3>& full)
+// The output block at d0 of shape ds, checked to lie in an output of `full`.
+std::array<int, 3> blockIn(const std::array<int, 3>& d0, py::object shape, const std::array<int, 3>& full)
 {
-    const Volume v = input(obj, kResampled);
-    const int sz[3] = {v.D, v.H, v.W};
+    const auto ds = ints3(shape, "block shape");
     for (int i = 0; i < 3; ++i)
-        if (full[size_t(i)] < 1 || origin[size_t(i)] + sz[i] > full[size_t(i)])
-            valueError("block lies outside the volume");
-    return v;
+        if (ds[size_t(i)] < 1 || d0[size_t(i)] + ds[size_t(i)] > full[size_t(i)])
+            valueError("output block lies outside the output");
+    return ds;
 }
 
 // The source region for warp and remap blocks: from just inside the block to
@@ -558,22 +671,21 @@ VekCuboid blockRegion(const std::array<int, 3>& origin, const std::array<int, 3>
     return {o[2], o[1], o[0], full[2] - o[2], full[1] - o[1], full[0] - o[0]};
 }
 
-py::object zoomBlock(py::object srcObj, py::object srcOrigin, py::object srcFull, py::object dstFull,
-                     py::object dstOrigin, py::object dstShape, py::object order, py::object threads)
+py::object zoomBlock(py::object pieces, py::object origins, py::object srcFull, py::object dstFull,
+                     py::object dstOrigin, py::object dstShape, py::object order, py::object threads,
+                     py::object output)
 {
-    const auto so = ints3(srcOrigin, "source origin"), sf = ints3(srcFull, "source shape");
+    const Pieces src(pieces, origins, srcFull, kResampled);
+    const auto& sf = src.full;
     const auto df = ints3(dstFull, "output shape"), d0 = ints3(dstOrigin, "output origin");
-    const auto ds = ints3(dstShape, "block shape");
-    const Volume src = block(srcObj, so, sf);
+    const auto ds = blockIn(d0, dstShape, df);
     const int interp = interpolation(order);
-    for (int i = 0; i < 3; ++i)
-        if (ds[size_t(i)] < 1 || d0[size_t(i)] + ds[size_t(i)] > df[size_t(i)])
-            valueError("output block lies outside the output");
-    const Volume dst = volume(py::array(src.a.dtype(), std::vector<py::ssize_t>(ds.begin(), ds.end())));
+    Output out(output, std::vector<py::ssize_t>(ds.begin(), ds.end()), src.like());
+    const Volume& dst = out.v;
     const int n = std::min(threadCount(threads), dst.D);
-    byType(src.a, [&](auto t) {
+    byType(src.like(), [&](auto t) {
         using T = decltype(t);
-        const auto ps = placed<const T>(src, so, sf[0]);
+        const auto ps = src.slices<const T>(true);
         const auto pd = placed<T>(dst, d0, d0[0] + ds[0]);
         const VekVolumeSize vs{sf[2], sf[1], sf[0]};
         const VekCuboid sv{0, 0, 0, sf[2], sf[1], sf[0]};
@@ -582,41 +694,42 @@ py::object zoomBlock(py::object srcObj, py::object srcOrigin, py::object srcFull
             const VekCuboid dv{d0[2], d0[1], d0[0] + z0, ds[2], ds[1], z1 - z0};
             int bytes = 0;
             check(vekrResizeGetBufSize(&sv, &dv, 1, interp, &bytes), "vekrResizeGetBufSize");
-            Scratch<uint8_t> buf(static_cast<size_t>(bytes));
+            // Kept by the thread: the blocks a Dask worker thread runs reuse it.
+            auto* buf = static_cast<uint8_t*>(threadScratch(0, size_t(bytes)));
             check(Lib<T>::resize(ps.data(), &vs, src.step, &sv, pd.data(), dst.step, &dv,
                                  double(df[2]) / sf[2], double(df[1]) / sf[1], double(df[0]) / sf[0],
-                                 0, 0, 0, interp, buf.get()),
+                                 0, 0, 0, interp, buf),
                   "vekrResize_C1PV");
         });
     });
-    return dst.a;
+    return out.finish();
 }
 
 // Output slices z0 .. z0 + depth - 1 over whole output planes of shape
 // (H, W): the library steps the mapping along rows from the plane's corner,
 // so only whole planes reproduce the whole-volume rounding.
-py::object affineBlock(py::object srcObj, py::object srcOrigin, py::object srcFull, py::object matrixArg,
+py::object affineBlock(py::object pieces, py::object origins, py::object srcFull, py::object matrixArg,
                        py::object offsetArg, py::object dstFull, int z0, int depth, py::object order,
-                       double cval, py::object threads)
+                       double cval, py::object threads, py::object output)
 {
-    const auto so = ints3(srcOrigin, "source origin"), sf = ints3(srcFull, "source shape");
+    const Pieces src(pieces, origins, srcFull, kResampled);
+    const auto& sf = src.full;
     const auto df = ints3(dstFull, "output shape");
-    const Volume src = block(srcObj, so, sf);
     double coeffs[3][4];
     warpCoeffs(matrixArg, offsetArg, coeffs);
     const int interp = interpolation(order);
     if (depth < 1 || z0 < 0 || z0 + depth > df[0] || df[1] < 1 || df[2] < 1)
         valueError("output block lies outside the output");
-    Output out(py::none(), {depth, df[1], df[2]}, src.a);
+    Output out(output, {depth, df[1], df[2]}, src.like());
     out.fill(cval);
     const Volume& dst = out.v;
     const int n = std::min(threadCount(threads), depth);
-    byType(src.a, [&](auto t) {
+    byType(src.like(), [&](auto t) {
         using T = decltype(t);
-        const auto ps = placed<const T>(src, so, sf[0]);
+        const auto ps = src.slices<const T>(true);
         const auto pd = placed<T>(dst, {z0, 0, 0}, z0 + depth);
         const VekVolumeSize vs{sf[2], sf[1], sf[0]};
-        const VekCuboid sv = blockRegion(so, sf);
+        const VekCuboid sv = blockRegion(src.origin, sf);
         runParts(n, n, [&](int p) {
             const auto [a, b] = slab(depth, n, p);
             const VekCuboid dv{0, 0, z0 + a, df[2], df[1], b - a};
@@ -627,78 +740,46 @@ py::object affineBlock(py::object srcObj, py::object srcOrigin, py::object srcFu
     return out.finish();
 }
 
-py::object remapBlock(py::object srcObj, py::object srcOrigin, py::object srcFull, py::object coordinates,
-                      py::object order, double cval, py::object threads)
+py::object remapBlock(py::object pieces, py::object origins, py::object srcFull, py::object coordinates,
+                      py::object order, double cval, py::object threads, py::object output)
 {
-    const auto so = ints3(srcOrigin, "source origin"), sf = ints3(srcFull, "source shape");
-    const Volume src = block(srcObj, so, sf);
-    auto c = py::array_t<float, py::array::c_style | py::array::forcecast>::ensure(coordinates);
-    if (!c || c.ndim() < 1 || c.shape(0) != 3) valueError("coordinates must have shape (3, ...)");
-    const int interp = interpolation(order);
-    std::vector<py::ssize_t> shape(c.shape() + 1, c.shape() + c.ndim());
-    py::array res(src.a.dtype(), shape);
-    res.attr("fill")(cval);
-    const size_t n = size_t(c.size() / 3);
-    constexpr size_t kRun = 65536;
-    if (n > 0) {
-        const float* cx = c.data() + 2 * n;
-        const float* cy = c.data() + n;
-        const float* cz = c.data();
-        const int parts = int((n + kRun - 1) / kRun);
-        byType(src.a, [&](auto t) {
-            using T = decltype(t);
-            const auto ps = placed<const T>(src, so, sf[0]);
-            T* pd = static_cast<T*>(res.mutable_data());
-            const VekVolumeSize vs{sf[2], sf[1], sf[0]};
-            const VekCuboid sv = blockRegion(so, sf);
-            runParts(parts, threadCount(threads), [&](int p) {
-                const size_t s = size_t(p) * kRun;
-                const int cnt = int(std::min(kRun, n - s));
-                const float *mx = cx + s, *my = cy + s, *mz = cz + s;
-                T* d = pd + s;
-                const VekVolumeSize roi{cnt, 1, 1};
-                check(Lib<T>::remap(ps.data(), &vs, src.step, &sv, &mx, &my, &mz, int(cnt * sizeof(float)),
-                                    &d, int(cnt * sizeof(T)), &roi, interp),
-                      "vekrRemap_C1PV");
-            });
-        });
-    }
-    return std::move(res);
+    const Pieces src(pieces, origins, srcFull, kResampled);
+    const auto& sf = src.full;
+    return byType(src.like(), [&](auto t) {
+        using T = decltype(t);
+        return remap<T>(src.slices<const T>(true), {sf[2], sf[1], sf[0]}, src.step, blockRegion(src.origin, sf),
+                        src.like(), coordinates, output, order, cval, threads);
+    });
 }
 
-// Convolution of the voxels whose whole neighbourhood lies inside `padded`
-// (scipy's kernel centring): the output is smaller by the kernel size - 1.
-py::object convolveValid(py::object paddedObj, py::object weightsObj, long divisor, py::object threads)
+// The output block at dstOrigin of the whole volume's convolution.
+py::object convolveBlock(py::object pieces, py::object origins, py::object srcFull, py::object dstOrigin,
+                         py::object dstShape, py::object weightsObj, long divisor, const std::string& mode,
+                         int cval, py::object threads, py::object output)
 {
-    const Volume src = input(paddedObj, {"int16"});
-    auto w = py::array_t<int32_t, py::array::c_style | py::array::forcecast>::ensure(weightsObj);
-    if (!w || w.ndim() != 3) valueError("weights must be 3D");
-    if (divisor == 0 || divisor < INT32_MIN || divisor > INT32_MAX) valueError("divisor must be a non-zero 32-bit integer");
-    const VekVolumeSize ks{int(w.shape(2)), int(w.shape(1)), int(w.shape(0))};
-    const int anchor[3] = {ks.width / 2, ks.height / 2, ks.depth / 2};
-    const int below[3] = {ks.width - 1 - anchor[0], ks.height - 1 - anchor[1], ks.depth - 1 - anchor[2]};
-    const int ext[3] = {src.W - ks.width + 1, src.H - ks.height + 1, src.D - ks.depth + 1};
-    if (ext[0] < 1 || ext[1] < 1 || ext[2] < 1) valueError("block smaller than the kernel");
-    Output out(py::none(), {ext[2], ext[1], ext[0]}, src.a);
-    const Volume& dst = out.v;
-    const auto ss = src.slices<const int16_t>();
-    const auto ds = dst.slices<int16_t>();
-    const int n = std::min(threadCount(threads), ext[2]);
-    runParts(n, n, [&](int p) {
-        const auto [z0, z1] = slab(ext[2], n, p);
-        const VekVolumeSize roi{ext[0], ext[1], z1 - z0};
-        std::vector<const int16_t*> ps(static_cast<size_t>(z1 - z0 + ks.depth - 1));
-        for (size_t z = 0; z < ps.size(); ++z)
-            ps[z] = reinterpret_cast<const int16_t*>(reinterpret_cast<const char*>(ss[size_t(z0) + z]) +
-                                                     size_t(below[1]) * src.step) + below[0];
-        std::vector<int16_t*> pd(ds.begin() + z0, ds.begin() + z1);
-        int bytes = 0;
-        check(vekrFilterGetBufSize(&roi, &ks, 1, &bytes), "vekrFilterGetBufSize");
-        Scratch<uint8_t> buf(static_cast<size_t>(bytes));
-        check(vekrFilter_16s_C1PV(ps.data() + below[2], src.step, pd.data(), dst.step, &roi, w.data(), &ks,
-                                  anchor, int(divisor), buf.get()),
-              "vekrFilter_16s_C1PV");
-    });
+    const Pieces src(pieces, origins, srcFull, {"int16"});
+    const auto& sf = src.full;
+    const auto d0 = ints3(dstOrigin, "output origin");
+    const auto ds = blockIn(d0, dstShape, sf);
+    const Kernel k = kernel(weightsObj, divisor, mode, cval);
+    const auto ps = src.slices<const int16_t>(false);
+    // Every voxel the block reads, placed by the border mode, must be held.
+    const auto& head = src.parts[0];
+    const int held[3][2] = {{0, sf[0]}, {src.origin[1], src.origin[1] + head.H}, {src.origin[2], src.origin[2] + head.W}};
+    for (int a = 0; a < 3; ++a) {
+        const int ka = 2 - a;  // the kernel's axes run x, y, z
+        for (int64_t i = int64_t(d0[size_t(a)]) - k.below[ka]; i < int64_t(d0[size_t(a)]) + ds[size_t(a)] + k.anchor[ka]; ++i) {
+            const int64_t j = borderIndex(i, sf[size_t(a)], mode);
+            if (j >= 0 && (j < held[a][0] || j >= held[a][1] || (a == 0 && !ps[size_t(j)])))
+                valueError("source pieces miss voxels the block reads");
+        }
+    }
+    Output out(output, std::vector<py::ssize_t>(ds.begin(), ds.end()), src.like());
+    const auto pd = placed<int16_t>(out.v, d0, d0[0] + ds[0]);
+    const int size[3] = {sf[2], sf[1], sf[0]}, lo[3] = {d0[2], d0[1], d0[0]};
+    const int hi[3] = {lo[0] + ds[2], lo[1] + ds[1], lo[2] + ds[0]};
+    convolveBox(ps, src.step, size, lo, hi, std::vector<int16_t*>(pd.begin() + d0[0], pd.end()), out.v.step, k,
+                threadCount(threads));
     return out.finish();
 }
 
@@ -847,7 +928,7 @@ With divisor 1 the result equals ``scipy.ndimage.convolve`` on int64 data
     m.def("_zoom_block", &zoomBlock);
     m.def("_affine_block", &affineBlock);
     m.def("_remap_block", &remapBlock);
-    m.def("_convolve_valid", &convolveValid);
+    m.def("_convolve_block", &convolveBlock);
 }
 
 }  // namespace vekrpy

@@ -22,7 +22,8 @@ def _parser():
     common.add_argument("--scheduler", help="address of a running dask.distributed scheduler")
     common.add_argument("--memory-limit", default="auto", help="per worker, e.g. 2GB")
     common.add_argument("--threads", type=int, default=0,
-                        help="library threads per block (default: cores / workers)")
+                        help="library threads per block (default: cores / workers with --workers, "
+                             "else 1, as the threaded scheduler runs one block per core)")
     common.add_argument("--chunks", type=int, help="output chunk edge (default: from the input)")
     common.add_argument("--no-progress", action="store_true")
     z = sub.add_parser("zoom", parents=[common], help="resize by factors")
@@ -64,7 +65,7 @@ def run(argv=None):
     except Exception as e:  # zarr raises several types for missing or bad stores
         return _fail("cannot read input array %s: %s" % (args.input, e or type(e).__name__))
     cores = os.cpu_count() or 1
-    threads = args.threads or max(1, cores // max(1, args.workers))
+    threads = args.threads or (max(1, cores // args.workers) if args.workers else 1)
     chunks = args.chunks
     try:
         if args.op == "zoom":

@@ -15,6 +15,12 @@ block (default 1, since Dask already runs one block per core); with
 ``w`` single-threaded workers on ``c`` cores, ``threads=c // w`` keeps
 ``w * threads <= c``.
 
+Source chunks are read in place: a block whose source lies inside one chunk
+along y and x (say a volume chunked along z only) is read straight from the
+chunks it spans along z; otherwise the needed part of each z chunk is first
+gathered from the y/x chunks it crosses.  ``store`` computes each block
+straight into its region of an existing numpy array.
+
 Command line: ``python3 -m vekr.dask zoom in.zarr out.zarr --factors 1.5``
 (see ``--help``).
 """
@@ -22,6 +28,7 @@ Command line: ``python3 -m vekr.dask zoom in.zarr out.zarr --factors 1.5``
 import itertools
 import math
 import operator
+import uuid
 
 import dask
 from dask.base import tokenize
@@ -32,7 +39,7 @@ import numpy as np
 from . import ndimage as _nd
 from ._vekr import ndimage as _ext
 
-__all__ = ["zoom", "affine_transform", "map_coordinates", "convolve"]
+__all__ = ["zoom", "affine_transform", "map_coordinates", "convolve", "store"]
 
 # Voxels read beyond the mapped box: two for cubic taps, one more for the
 # rounding of the library's incremental mapping.
@@ -76,8 +83,13 @@ def _join(blocks):
     return np.block(blocks)
 
 
-def _source(darr, runs):
-    """A task giving the source voxels of runs[axis] = [(a, b), ...], in that order."""
+def _source(darr, zruns, ys, xs):
+    """Tasks giving the source as pieces along z, and the pieces' origins.
+
+    The pieces cover the z ranges zruns = [(a, b), ...] over the y/x window
+    ys x xs, one per z chunk crossed: a view of the chunk when the window lies
+    inside one chunk along y and x, else gathered from the chunks it crosses.
+    """
     offs = _offsets(darr.chunks)
     keys = darr.__dask_keys__()
 
@@ -86,18 +98,50 @@ def _source(darr, runs):
         first, last = np.searchsorted(o, a, "right") - 1, np.searchsorted(o, b, "left")
         return [(i, slice(max(a, o[i]) - o[i], min(b, o[i + 1]) - o[i])) for i in range(first, last)]
 
-    def piece(spans):
-        z, y, x = (cut(axis, a, b) for axis, (a, b) in enumerate(spans))
-        return (_join, [[[(operator.getitem, _key(keys, (i, j, k)), (sz, sy, sx)) for k, sx in x]
-                         for j, sy in y] for i, sz in z])
-
-    return (_join, [[[piece((rz, ry, rx)) for rx in runs[2]] for ry in runs[1]] for rz in runs[0]])
+    y, x = cut(1, *ys), cut(2, *xs)
+    pieces, origins = [], []
+    for a, b in zruns:
+        for i, sz in cut(0, a, b):
+            pieces.append((_join, [[[(operator.getitem, _key(keys, (i, j, k)), (sz, sy, sx)) for k, sx in x]
+                                    for j, sy in y]]))
+            origins.append([int(offs[0][i]) + sz.start, int(ys[0]), int(xs[0])])
+    return pieces, origins
 
 
 def _array(name, tasks, chunks, dtype, deps):
     graph = {(name,) + idx: task for idx, task in tasks}
     hlg = HighLevelGraph.from_collections(name, graph, dependencies=deps)
-    return da.Array(hlg, name, chunks, dtype)
+    arr = da.Array(hlg, name, chunks, dtype)
+    arr._vekr_blocks = (tasks, chunks, deps)  # for store(): the same tasks, writing in place
+    return arr
+
+
+def _store_block(target, region, fn, *args):
+    fn(*args, out=target[region])
+
+
+def store(darr, target, **kwargs):
+    """Compute ``darr`` into the existing numpy array ``target``.
+
+    The blocks of an array returned by this module's functions are computed
+    straight into their regions of ``target``: no block arrays, no copies.
+    Anything else (another array, a target that is not a numpy array) goes
+    through ``dask.array.store``.  Keyword arguments go to the scheduler.
+    """
+    blocks = getattr(darr, "_vekr_blocks", None)
+    if blocks is None or type(target) is not np.ndarray:
+        da.store(darr, target, lock=False, **kwargs)
+        return
+    if target.shape != darr.shape or target.dtype != darr.dtype:
+        raise ValueError("target must have shape %s and dtype %s" % (darr.shape, darr.dtype))
+    tasks, chunks, deps = blocks
+    offs = _offsets(chunks)
+    name = "vekr-store-" + uuid.uuid4().hex
+    graph = {(name,) + idx: (_store_block, target,
+                             tuple(slice(int(offs[a][i]), int(offs[a][i + 1])) for a, i in enumerate(idx)))
+             + task for idx, task in tasks}
+    hlg = HighLevelGraph.from_collections(name, graph, dependencies=deps)
+    dask.base.compute_as_if_collection(da.Array, hlg, list(graph), **kwargs)
 
 
 def zoom(darr, factors, order=1, *, chunks=None, threads=1):
@@ -125,14 +169,14 @@ def zoom(darr, factors, order=1, *, chunks=None, threads=1):
         d1 = [int(offs[a][i + 1]) for a, i in enumerate(idx)]
         spans = [_span((d0[a] + 0.5) * n / m - 0.5, (d1[a] - 0.5) * n / m - 0.5, n)
                  for a, (n, m) in enumerate(zip(darr.shape, out))]
-        tasks.append((idx, (_zoom_task, _source(darr, [[sp] for sp in spans]), [a for a, _ in spans],
-                            list(darr.shape), list(out), d0, [b - a for a, b in zip(d0, d1)], order,
-                            threads)))
+        pieces, origins = _source(darr, spans[:1], *spans[1:])
+        tasks.append((idx, (_zoom_task, pieces, origins, list(darr.shape), list(out), d0,
+                            [b - a for a, b in zip(d0, d1)], order, threads)))
     return _array(name, tasks, chunks, darr.dtype, [darr])
 
 
-def _zoom_task(src, origin, full, out, d0, shape, order, threads):
-    return _ext._zoom_block(src, origin, full, out, d0, shape, order, threads)
+def _zoom_task(pieces, origins, full, shape, d0, block, order, threads, out=None):
+    return _ext._zoom_block(pieces, origins, full, shape, d0, block, order, threads, out)
 
 
 def _matrix(matrix, offset):
@@ -183,17 +227,18 @@ def affine_transform(darr, matrix, offset=0.0, output_shape=None, output_chunks=
         pts = np.concatenate([np.c_[np.full(len(corners), z), corners] for z in (z0, z1 - 1)])
         mapped = pts @ a.T + b
         spans = [_span(mapped[:, k].min(), mapped[:, k].max(), n) for k, n in enumerate(darr.shape)]
-        tasks.append(((i, 0, 0), (_affine_task, _source(darr, [[sp] for sp in spans]),
-                                  [s for s, _ in spans], list(darr.shape), np.asarray(matrix, float),
-                                  np.asarray(offset, float), list(out), z0, z1 - z0, order, cval,
-                                  threads)))
-    slabs = (chunks[0], (out[1],), (out[2],))
-    return _array(name, tasks, slabs, darr.dtype, [darr]).rechunk(chunks)
+        pieces, origins = _source(darr, spans[:1], *spans[1:])
+        tasks.append(((i, 0, 0), (_affine_task, pieces, origins, list(darr.shape), np.asarray(matrix, float),
+                                  np.asarray(offset, float), list(out), z0, z1 - z0, order, cval, threads)))
+    slabs = _array(name, tasks, (chunks[0], (out[1],), (out[2],)), darr.dtype, [darr])
+    arr = slabs.rechunk(chunks)
+    arr._vekr_blocks = slabs._vekr_blocks  # store() writes whole slabs
+    return arr
 
 
-def _affine_task(src, origin, full, matrix, offset, out, z0, depth, order, cval, threads):
-    return _ext._affine_block(src, origin, full, matrix, offset, out, z0, depth,
-                              order, cval, threads)
+def _affine_task(pieces, origins, full, matrix, offset, shape, z0, depth, order, cval, threads, out=None):
+    return _ext._affine_block(pieces, origins, full, matrix, offset, shape, z0, depth, order, cval,
+                              threads, out)
 
 
 def _bounds(c):
@@ -229,13 +274,14 @@ def map_coordinates(darr, coordinates, order=1, cval=0.0, *, threads=1):
     for idx, bd in zip(np.ndindex(cblocks.shape), bounds):
         spans = [_span(bd[k, 0], bd[k, 1], n) if np.all(np.isfinite(bd[k])) else (0, 1)
                  for k, n in enumerate(darr.shape)]
-        tasks.append((idx, (_remap_task, _source(darr, [[sp] for sp in spans]), [s for s, _ in spans],
-                            list(darr.shape), _key(keys, idx), order, cval, threads)))
+        pieces, origins = _source(darr, spans[:1], *spans[1:])
+        tasks.append((idx, (_remap_task, pieces, origins, list(darr.shape), _key(keys, idx), order, cval,
+                            threads)))
     return _array(name, tasks, coords.chunks[1:], darr.dtype, [darr, coords])
 
 
-def _remap_task(src, origin, full, coords, order, cval, threads):
-    return _ext._remap_block(src, origin, full, coords, order, cval, threads)
+def _remap_task(pieces, origins, full, coords, order, cval, threads, out=None):
+    return _ext._remap_block(pieces, origins, full, coords, order, cval, threads, out)
 
 
 def _border_index(i, n, mode):
@@ -256,19 +302,19 @@ def _border_index(i, n, mode):
 
 
 def _runs(idx):
-    """The sorted source indices in idx as maximal runs [a, b), and each index's position."""
+    """The source indices in idx (constants, -1, left out) as sorted maximal runs [a, b)."""
     u = np.unique(idx[idx >= 0])
     cut = np.flatnonzero(np.diff(u) != 1) + 1
-    runs = [(int(r[0]), int(r[-1]) + 1) for r in np.split(u, cut)] if len(u) else []
-    pos = np.where(idx >= 0, np.searchsorted(u, idx), -1)
-    return runs, pos
+    return [(int(r[0]), int(r[-1]) + 1) for r in np.split(u, cut)]
 
 
 def convolve(darr, weights, divisor=1, mode="reflect", cval=0, *, threads=1):
     """Lazy ``vekr.ndimage.convolve`` of a 3D int16 dask array, same chunks.
 
-    Each block reads its box widened by the kernel's reach, the border voxels
-    taken from wherever ``mode`` places them in the whole volume.
+    Each block reads its box widened by the kernel's reach along z, and the
+    window spanning that reach along y and x, the border voxels taken from
+    wherever ``mode`` places them in the whole volume.  (With ``wrap`` the
+    window of a block at a y or x border spans the whole axis.)
     """
     darr = _volume(darr, ("int16",))
     w = np.asarray(weights)
@@ -279,25 +325,18 @@ def convolve(darr, weights, divisor=1, mode="reflect", cval=0, *, threads=1):
     name = "vekr-convolve-" + tokenize(darr, w, divisor, mode, cval, threads)
     tasks = []
     for idx in np.ndindex(*darr.numblocks):
-        axes = []
-        for a, i in enumerate(idx):
-            lo, hi = int(offs[a][i]), int(offs[a][i + 1])
-            axes.append(_runs(_border_index(np.arange(lo - below[a], hi + w.shape[a] - 1 - below[a]),
-                                            darr.shape[a], mode)))
-        tasks.append((idx, (_convolve_task, _source(darr, [r for r, _ in axes]), [p for _, p in axes], w,
-                            divisor, cval, threads)))
+        d0 = [int(offs[a][i]) for a, i in enumerate(idx)]
+        d1 = [int(offs[a][i + 1]) for a, i in enumerate(idx)]
+        runs = [_runs(_border_index(np.arange(d0[a] - below[a], d1[a] + w.shape[a] - 1 - below[a]),
+                                    darr.shape[a], mode)) for a in range(3)]
+        pieces, origins = _source(darr, runs[0], *[(r[0][0], r[-1][1]) for r in runs[1:]])
+        tasks.append((idx, (_convolve_task, pieces, origins, list(darr.shape), d0,
+                            [b - a for a, b in zip(d0, d1)], w, divisor, mode, cval, threads)))
     return _array(name, tasks, darr.chunks, darr.dtype, [darr])
 
 
-def _convolve_task(src, positions, w, divisor, cval, threads):
-    if all(p[0] >= 0 and np.all(np.diff(p) == 1) for p in positions):
-        padded = src[tuple(slice(p[0], p[-1] + 1) for p in positions)]
-    else:
-        padded = src[np.ix_(*[np.maximum(p, 0) for p in positions])]
-    if any(np.any(p < 0) for p in positions):
-        z, y, x = (p < 0 for p in positions)
-        padded[z[:, None, None] | y[None, :, None] | x[None, None, :]] = cval
-    return _ext._convolve_valid(padded, w, divisor, threads)
+def _convolve_task(pieces, origins, full, d0, block, w, divisor, mode, cval, threads, out=None):
+    return _ext._convolve_block(pieces, origins, full, d0, block, w, divisor, mode, cval, threads, out)
 
 
 def main(argv=None):

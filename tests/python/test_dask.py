@@ -58,6 +58,29 @@ def test_convolve_matches_whole_volume(chunks, mode):
              ndimage.convolve(v, w, divisor, mode=mode, cval=-9))
 
 
+@pytest.mark.parametrize("chunks, strided", [(((3, 1, 5, 2), 11, 11), False), ((4, 5, 3), True)])
+def test_store_writes_blocks_into_target(chunks, strided):
+    v = volume(np.float32)
+    d = da.from_array(v, chunks=chunks)
+    v16 = (v * 200 - 25000).astype(np.int16)
+    rot = np.array([[0.9, -0.3, 0.1], [0.35, 0.85, -0.2], [0.05, 0.2, 1.1]])
+    coords = np.random.default_rng(2).uniform(-1, 11.5, (3, 9, 10)).astype(np.float32)
+    w = np.random.default_rng(4).integers(-40, 40, (5, 3, 4))
+    for lazy, want in [
+        (vd.zoom(d, 1.7, 3), ndimage.zoom(v, 1.7, 3)),
+        (vd.affine_transform(d, rot, (1.5, -2, 0.7), (12, 9, 13), 5, cval=7),
+         ndimage.affine_transform(v, rot, (1.5, -2, 0.7), (12, 9, 13), cval=7)),
+        (vd.map_coordinates(d, da.from_array(coords, chunks=(3, (2, 7), (5, 1, 4))), 1, cval=3),
+         ndimage.map_coordinates(v, coords, cval=3)),
+        (vd.convolve(da.from_array(v16, chunks=chunks), w, 3, "wrap"), ndimage.convolve(v16, w, 3, mode="wrap")),
+        (d + 1, v + 1),
+    ]:
+        target = np.zeros(want.shape[:-1] + (2 * want.shape[-1],), want.dtype)[..., ::2 if strided else 1]
+        target = target[..., :want.shape[-1]]
+        vd.store(lazy, target)
+        same(np.ascontiguousarray(target), want)
+
+
 def test_two_process_cluster_and_zarr(tmp_path):
     distributed = pytest.importorskip("distributed")
     zarr = pytest.importorskip("zarr")
