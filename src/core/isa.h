@@ -17,7 +17,7 @@ enum class Isa : int {
     Avx512 = 2,  // AVX-512 F/BW/DQ/VL/CD + VNNI
 };
 
-constexpr int kIsaCount = 3;
+enum : int { kIsaCount = 3 };  // an enumerator: no object in any file
 
 // Whether this processor and OS can run code of the given level.
 bool isaSupported(Isa isa) noexcept;
@@ -27,6 +27,20 @@ Isa bestIsa() noexcept;
 const char* isaName(Isa isa) noexcept;
 
 }  // namespace vekr
+
+// Headers with inline code that the per-level kernels use (the SIMD wrappers,
+// the node decoders, the tracing cores) open their namespaces inside these.
+// In a per-level file they expand to the level's namespace, so that every
+// level gets its own copy of that code under its own names: otherwise a
+// helper compiled with one level's flags and left out of line could be the
+// copy the linker keeps for all of them.  Elsewhere they expand to nothing.
+#ifdef VEKR_ISA_NS
+#define VEKR_LEVEL_BEGIN namespace VEKR_ISA_NS {
+#define VEKR_LEVEL_END }
+#else
+#define VEKR_LEVEL_BEGIN
+#define VEKR_LEVEL_END
+#endif
 
 // Declares the same function in each level's namespace:
 //   VEKR_ISA_DECLARE(void scale(float* p, int n, float s));

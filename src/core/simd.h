@@ -8,7 +8,11 @@
 #include <cstdint>
 #include <cstring>
 
-namespace vekr::simd {
+#include "core/isa.h"
+
+namespace vekr {
+VEKR_LEVEL_BEGIN
+namespace simd {
 
 // ---- 4 x float -------------------------------------------------------------
 
@@ -152,4 +156,6 @@ inline F8 rcpNewton(F8 x)
 }
 #endif
 
-}  // namespace vekr::simd
+}  // namespace simd
+VEKR_LEVEL_END
+}  // namespace vekr

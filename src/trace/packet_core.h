@@ -23,7 +23,9 @@
 #include "trace/ray_core.h"
 #include "vekr.h"
 
-namespace vekr::trace {
+namespace vekr {
+VEKR_LEVEL_BEGIN
+namespace trace {
 
 using simd::F4;
 
@@ -242,4 +244,6 @@ inline void forEachPacket(int width, int height, const float* const dirs[3], Act
     }
 }
 
-}  // namespace vekr::trace
+}  // namespace trace
+VEKR_LEVEL_END
+}  // namespace vekr
