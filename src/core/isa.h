@@ -13,7 +13,7 @@ namespace vekr {
 
 enum class Isa : int {
     Sse41 = 0,   // SSE4.2 + POPCNT: every x86-64 processor since about 2009
-    Avx2 = 1,    // AVX2 + FMA + BMI2
+    Avx2 = 1,    // AVX2 + FMA + F16C + BMI1/2 + LZCNT
     Avx512 = 2,  // AVX-512 F/BW/DQ/VL/CD + VNNI
 };
 
