@@ -12,11 +12,11 @@ namespace {
 
 struct AnyHitLanes {
     V tri, lim;  // a blocked lane's limit drops to -inf so no pop revives it
-    V skip(int, V mask) const { return mask; }
-    V hit(int n, V mask, V inside, V den, V num, V, V)
+    M skip(int, M mask) const { return mask; }
+    M hit(int n, M mask, M inside, V den, V num, V, V)
     {
         const V t = num * simd::rcpNewton(den);
-        const V take = inside & (t < V(1.0f)) & (t > V(0.0f));
+        const M take = inside & (t < V(1.0f)) & (t > V(0.0f));
         tri = simd::select(take, trace::intLanes<V>(n), tri);
         lim = simd::select(take, V(-std::numeric_limits<float>::infinity()), lim);
         return simd::andnot(take, mask);
@@ -36,8 +36,8 @@ void intersectAnyPackets(const float origin[3], const float* const dirs[3], int*
     float* maskBits = reinterpret_cast<float*>(mask);
     trace::forEachPacket<V>(
         width, height, dirs,
-        [&](size_t base) { return simd::andnot(L::load(maskBits + base, stride), L::ones()); },
-        [&](const trace::TileGroup<V>& g, V lanes, int code) {
+        [&](size_t base) { return L::signClear(L::load(maskBits + base, stride)); },
+        [&](const trace::TileGroup<V>& g, M lanes, int code) {
             trace::PacketRay<V> ray;
             for (int c = 0; c < 3; ++c) {
                 ray.o[c] = V(origin[c]);
@@ -47,7 +47,7 @@ void intersectAnyPackets(const float origin[3], const float* const dirs[3], int*
             trace::packetReciprocals(ray, false);
             AnyHitLanes p{trace::intLanes<V>(-1), V(1.0f)};
             trace::traversePacket(ctx.pRootNode, ctx.pAccel, ray, V(0.0f), V(1.0001f), lanes, p);
-            const V blocked = simd::andnot(L::eqInt(p.tri, trace::intLanes<V>(-1)), L::ones());
+            const M blocked = L::signClear(p.tri);
             if (!simd::any(blocked)) return;
             L::blend(triBits + g.base, stride, p.tri, blocked);
             L::blend(maskBits + g.base, stride, trace::intLanes<V>(-1), blocked);

@@ -10,12 +10,12 @@ namespace {
 
 struct NearestHitLanes {
     V dist, u, v, tri;
-    V skip(int, V mask) const { return mask; }
-    V hit(int n, V mask, V inside, V den, V num, V bu, V bv)
+    M skip(int, M mask) const { return mask; }
+    M hit(int n, M mask, M inside, V den, V num, V bu, V bv)
     {
         const V r = simd::rcpNewton(den);
         const V t = num * r;
-        const V take = inside & (t < dist) & (t > V(0.0f));
+        const M take = inside & (t < dist) & (t > V(0.0f));
         dist = simd::select(take, t, dist);
         u = simd::select(take, bu * r, u);
         v = simd::select(take, bv * r, v);
@@ -40,7 +40,7 @@ void intersectEyePackets(const float eye[3], const float* const dirs[3], float* 
     float* triBits = reinterpret_cast<float*>(tris);
     trace::forEachPacket<V>(
         width, height, dirs, [&](size_t base) { return L::load(dist + base, stride) > V(0.0f); },
-        [&](const trace::TileGroup<V>& g, V mask, int code) {
+        [&](const trace::TileGroup<V>& g, M mask, int code) {
             trace::PacketRay<V> ray;
             for (int c = 0; c < 3; ++c) {
                 ray.o[c] = V(eye[c]);
@@ -60,7 +60,7 @@ void intersectEyePackets(const float eye[3], const float* const dirs[3], float* 
             tFar = tFar + V(trace::kExitWidening);
             NearestHitLanes p{limit, V(0.0f), V(0.0f), trace::intLanes<V>(-1)};
             trace::traversePacket(ctx.pRootNode, ctx.pAccel, ray, tNear, tFar, mask, p);
-            const V hit = simd::andnot(L::eqInt(p.tri, trace::intLanes<V>(-1)), L::ones());
+            const M hit = L::signClear(p.tri);
             if (!simd::any(hit)) return;
             blendNearest(dist, hits, triBits, g.base, stride, p, hit);
         });

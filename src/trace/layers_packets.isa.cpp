@@ -14,12 +14,12 @@ struct LayerNearestLanes {
     V last;
     const V* earlier;
     int remembered;
-    V skip(int n, V mask) const { return simd::andnot(L::eqInt(last, trace::intLanes<V>(n)), mask); }
-    V hit(int n, V mask, V inside, V den, V num, V bu, V bv)
+    M skip(int n, M mask) const { return simd::andnot(L::eqInt(last, trace::intLanes<V>(n)), mask); }
+    M hit(int n, M mask, M inside, V den, V num, V bu, V bv)
     {
         const V r = simd::rcpNewton(den);
         const V t = num * r;
-        V take = inside & (t < dist) & (t > V(0.0f));
+        M take = inside & (t < dist) & (t > V(0.0f));
         const V id = trace::intLanes<V>(n);
         for (int i = 0; i < remembered; ++i) take = simd::andnot(L::eqInt(earlier[i], id), take);
         dist = simd::select(take, t, dist);
@@ -47,7 +47,7 @@ void intersectLayersPackets(const float origin[3], const float* const dirs[3], f
     const V none = trace::intLanes<V>(-1);
     trace::forEachPacket<V>(
         width, height, dirs, [&](size_t base) { return L::load(dist + base, stride) > V(0.0f); },
-        [&](const trace::TileGroup<V>& g, V mask, int code) {
+        [&](const trace::TileGroup<V>& g, M mask, int code) {
             trace::PacketRay<V> ray;
             for (int c = 0; c < 3; ++c) {
                 ray.o[c] = V(origin[c]);
@@ -85,7 +85,7 @@ void intersectLayersPackets(const float origin[3], const float* const dirs[3], f
                 }
                 LayerNearestLanes p{start, V(0.0f), V(0.0f), none, last, earlier, l & 7};
                 trace::traversePacket(ctx.pRootNode, ctx.pAccel, ray, tNear, tFar, mask, p);
-                const V hit = simd::andnot(L::eqInt(p.tri, none), mask);
+                const M hit = simd::andnot(L::eqInt(p.tri, none), mask);
                 const V total = l >= 1 ? p.dist + before : p.dist;
                 if (l >= 1) {
                     // Lanes that reached this layer get their distance, or the

@@ -10,12 +10,12 @@ namespace {
 
 struct OwnNearestLanes {
     V dist, u, v, tri;  // tri is also the last accepted triangle
-    V skip(int n, V mask) const { return simd::andnot(L::eqInt(tri, trace::intLanes<V>(n)), mask); }
-    V hit(int n, V mask, V inside, V den, V num, V bu, V bv)
+    M skip(int n, M mask) const { return simd::andnot(L::eqInt(tri, trace::intLanes<V>(n)), mask); }
+    M hit(int n, M mask, M inside, V den, V num, V bu, V bv)
     {
         const V r = simd::rcpNewton(den);
         const V t = num * r;
-        const V take = inside & (simd::abs(den) >= V(trace::kOwnMinDen)) &
+        const M take = inside & (simd::abs(den) >= V(trace::kOwnMinDen)) &
                        (dist - V(trace::kOwnMargin) > t) & (t > V(0.0f));
         dist = simd::select(take, t, dist);
         u = simd::select(take, bu * r, u);
@@ -41,7 +41,7 @@ void intersectOwnPackets(const float* const origins[3], const float* const dirs[
     float* triBits = reinterpret_cast<float*>(tris);
     trace::forEachPacket<V>(
         width, height, dirs, [&](size_t base) { return L::load(dist + base, stride) > V(0.0f); },
-        [&](const trace::TileGroup<V>& g, V mask, int code) {
+        [&](const trace::TileGroup<V>& g, M mask, int code) {
             trace::PacketRay<V> ray;
             for (int c = 0; c < 3; ++c) {
                 ray.o[c] = L::load(origins[c] + g.base, stride);
@@ -62,7 +62,7 @@ void intersectOwnPackets(const float* const origins[3], const float* const dirs[
             tFar = tFar + V(trace::kExitWidening);
             OwnNearestLanes p{limit, V(0.0f), V(0.0f), trace::intLanes<V>(-1)};
             trace::traversePacket(ctx.pRootNode, ctx.pAccel, ray, tNear, tFar, mask, p);
-            const V hit = simd::andnot(L::eqInt(p.tri, trace::intLanes<V>(-1)), L::ones());
+            const M hit = L::signClear(p.tri);
             if (!simd::any(hit)) return;
             blendNearest(dist, hits, triBits, g.base, stride, p, hit);
         });
