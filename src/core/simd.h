@@ -181,6 +181,7 @@ struct F16 {
 inline F16 operator+(F16 a, F16 b) { return _mm512_add_ps(a, b); }
 inline F16 operator-(F16 a, F16 b) { return _mm512_sub_ps(a, b); }
 inline F16 operator*(F16 a, F16 b) { return _mm512_mul_ps(a, b); }
+inline F16 operator/(F16 a, F16 b) { return _mm512_div_ps(a, b); }
 // The zero-masking forms with every lane set compile to the plain
 // instructions; the plain intrinsics trip GCC 12's uninitialised warnings.
 constexpr __mmask16 kAll16 = 0xFFFF;
@@ -225,6 +226,7 @@ struct F16 {
 inline F16 operator+(F16 a, F16 b) { return {a.lo + b.lo, a.hi + b.hi}; }
 inline F16 operator-(F16 a, F16 b) { return {a.lo - b.lo, a.hi - b.hi}; }
 inline F16 operator*(F16 a, F16 b) { return {a.lo * b.lo, a.hi * b.hi}; }
+inline F16 operator/(F16 a, F16 b) { return {a.lo / b.lo, a.hi / b.hi}; }
 inline F16 min(F16 a, F16 b) { return {min(a.lo, b.lo), min(a.hi, b.hi)}; }
 inline F16 max(F16 a, F16 b) { return {max(a.lo, b.lo), max(a.hi, b.hi)}; }
 inline F16 abs(F16 a) { return {abs(a.lo), abs(a.hi)}; }

@@ -71,7 +71,7 @@ void intersectEye(Isa isa, const float eye[3], const float* const dirs[3], float
         VEKR_ISA_CALL(isa, intersectEyePackets(eye, dirs, dist, hits, tris, ctx, extent.width,
                                                extent.height));
     else
-        intersectEyeRays(eye, dirs, dist, hits, tris, ctx, extent.width * extent.height);
+        VEKR_ISA_CALL(isa, intersectEyeRows(eye, dirs, dist, hits, tris, ctx, extent.width * extent.height));
 }
 
 }  // namespace vekr::trace

@@ -1,7 +1,9 @@
 // Packet path of the nearest hit for rays with their own origins.
 #include "trace/packet_core.h"
 #include "trace/packet_width.h"
+#include "trace/intersect.h"
 #include "trace/packets.h"
+#include "trace/ray_lanes.h"
 
 namespace vekr {
 namespace VEKR_ISA_NS {
@@ -22,6 +24,25 @@ struct OwnNearestLanes {
         v = simd::select(take, bv * r, v);
         tri = simd::select(take, trace::intLanes<V>(n), tri);
         return mask;
+    }
+    V limit() const { return dist; }
+};
+
+// The one-ray own-origin nearest hit (intersect_own.cpp), lane by lane.
+struct OwnNearestRays {
+    static constexpr float kSplitTol = trace::kSplitTolNearest;
+    V dist, u, v, tri;  // tri is also the last accepted triangle
+    M skip(int n, M lanes) const { return simd::andnot(L::eqInt(tri, trace::intLanes<V>(n)), lanes); }
+    M hit(int n, M inside, V den, V num, V bu, V bv)
+    {
+        const V t = num / den;
+        const M take = simd::andnot(simd::abs(den) < V(trace::kOwnMinDen), inside) &
+                       (dist - V(trace::kOwnMargin) > t) & (t > V(0.0f));
+        dist = simd::select(take, t, dist);
+        u = simd::select(take, bu / den, u);
+        v = simd::select(take, bv / den, v);
+        tri = simd::select(take, trace::intLanes<V>(n), tri);
+        return L::fromBits(0);
     }
     V limit() const { return dist; }
 };
@@ -66,6 +87,42 @@ void intersectOwnPackets(const float* const origins[3], const float* const dirs[
             if (!simd::any(hit)) return;
             blendNearest(dist, hits, triBits, g.base, stride, p, hit);
         });
+}
+
+void intersectOwnRows(const float* const origins[3], const float* const dirs[3], float* dist,
+                      float* const hits[2], int* tris, const VekrIntersectContext& ctx, int count)
+{
+#if !defined(__AVX2__)
+    ::vekr::trace::intersectOwnRays(origins, dirs, dist, hits, tris, ctx, count);
+#else
+    using G = trace::RayGroup<V>;
+    for (int first = 0; first < count; first += G::kLanes) {
+        G g{first, count - first < G::kLanes ? count - first : G::kLanes, {}};
+        for (int i = 0; i < g.n; ++i) tris[first + i] = -1;
+        trace::PacketRay<V> ray;
+        for (int c = 0; c < 3; ++c) {
+            ray.o[c] = g.read(origins[c]);
+            ray.d[c] = g.read(dirs[c]);
+        }
+        const V limit = g.read(dist);
+        V tNear(0.0f), tFar = limit;
+        int sign[3];
+        const M in = trace::enterBoxOwnLanes(*ctx.pBound, ray, tNear, tFar, L::fromBits((1 << g.n) - 1), sign);
+        const int bits = simd::movemask(in);
+        if (!bits) continue;
+        tFar = tFar + V(trace::kExitWidening);
+        OwnNearestRays p{limit, V(0.0f), V(0.0f), trace::intLanes<V>(-1)};
+        trace::forEachCode(bits, sign, [&](int code, int lanes) {
+            ray.code = code;
+            trace::traverseLanes(ctx.pRootNode, ctx.pAccel, ray, tNear, tFar, L::fromBits(lanes), p);
+        });
+        const int hit = simd::movemask(L::signClear(p.tri)) & bits;
+        g.write(dist, p.dist, hit);
+        g.write(hits[0], p.u, hit);
+        g.write(hits[1], p.v, hit);
+        g.write(tris, p.tri, hit);
+    }
+#endif
 }
 
 }  // namespace VEKR_ISA_NS

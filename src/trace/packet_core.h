@@ -42,6 +42,7 @@ template <>
 struct Lanes<F4> {
     static constexpr int kRows = 1;
     static F4 load(const float* p, size_t) { return simd::load4(p); }
+    static void store(float* p, F4 v) { simd::store4(p, v); }
     static void blend(float* p, size_t, F4 v, F4 m) { simd::store4(p, simd::select(m, v, simd::load4(p))); }
     static F4 fromBits(int bits)
     {
@@ -72,6 +73,7 @@ struct Lanes<F16> {
         const __m512 c = _mm512_insertf32x4(b, _mm_load_ps(p + 2 * stride), 2);
         return _mm512_insertf32x4(c, _mm_load_ps(p + 3 * stride), 3);
     }
+    static void store(float* p, F16 v) { _mm512_store_ps(p, v); }
     static void blend(float* p, size_t stride, F16 v, M16 m)
     {
         _mm_mask_store_ps(p, static_cast<__mmask8>(m.k & 0xF), _mm512_maskz_extractf32x4_ps(0xF, v, 0));
@@ -92,6 +94,11 @@ struct Lanes<F16> {
         _mm_store_ps(p + stride, _mm_blendv_ps(_mm_load_ps(p + stride), v1, m1));
     }
     static F16 load(const float* p, size_t stride) { return {load8(p, stride), load8(p + 2 * stride, stride)}; }
+    static void store(float* p, F16 v)
+    {
+        simd::store8(p, v.lo);
+        simd::store8(p + 8, v.hi);
+    }
     static void blend(float* p, size_t stride, F16 v, M16 m)
     {
         blend8(p, stride, v.lo, m.lo);
