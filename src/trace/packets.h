@@ -40,4 +40,8 @@ VEKR_ISA_DECLARE(void intersectOwnRows(const float* const origins[3], const floa
                                        float* dist, float* const hits[2], int* tris,
                                        const VekrIntersectContext& ctx, int count))
 
+VEKR_ISA_DECLARE(void intersectLayersRows(const float origin[3], const float* const dirs[3],
+                                          float* dist, float* const hits[2], int* tris,
+                                          const VekrIntersectContext& ctx, int rays, int count))
+
 }  // namespace vekr
