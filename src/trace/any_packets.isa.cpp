@@ -1,5 +1,4 @@
 // Packet path of the any-hit test: a lane leaves its packet at its first blocker.
-#include <limits>
 
 #include "trace/packet_core.h"
 #include "trace/packet_width.h"
@@ -20,7 +19,7 @@ struct AnyHitLanes {
         const V t = num * simd::rcpNewton(den);
         const M take = inside & (t < V(1.0f)) & (t > V(0.0f));
         tri = simd::select(take, trace::intLanes<V>(n), tri);
-        lim = simd::select(take, V(-std::numeric_limits<float>::infinity()), lim);
+        lim = simd::select(take, V(-__builtin_huge_valf()), lim);
         return simd::andnot(take, mask);
     }
     V limit() const { return lim; }
