@@ -26,6 +26,14 @@ Isa bestIsa() noexcept;
 // Printable name ("sse41", "avx2", "avx512").
 const char* isaName(Isa isa) noexcept;
 
+// The CPUID and XCR0 words that decide the levels, and the decision on them
+// (isaSupported reads this processor's words; tests feed made-up ones).
+struct CpuWords {
+    unsigned leaf1c, leaf7b, leaf7c, ext1c;  // leaf 1 ECX, leaf 7 EBX/ECX, leaf 0x80000001 ECX
+    unsigned long long xcr0;                  // state the OS saves on a context switch
+};
+bool isaRuns(Isa isa, const CpuWords& cpu) noexcept;
+
 }  // namespace vekr
 
 // Headers with inline code that the per-level kernels use (the SIMD wrappers,
