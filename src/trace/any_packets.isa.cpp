@@ -2,7 +2,6 @@
 
 #include "trace/packet_core.h"
 #include "trace/packet_width.h"
-#include "trace/intersect.h"
 #include "trace/packets.h"
 #include "trace/ray_lanes.h"
 
@@ -73,9 +72,6 @@ void intersectAnyPackets(const float origin[3], const float* const dirs[3], int*
 void intersectAnyRows(const float origin[3], const float* const dirs[3], int* tris, int* mask,
                       const VekrIntersectContext& ctx, int count)
 {
-#if !defined(__AVX2__)
-    ::vekr::trace::intersectAnyRays(origin, dirs, tris, mask, ctx, count);
-#else
     using G = trace::RayGroup<V>;
     for (int first = 0; first < count; first += G::kLanes) {
         G g{first, count - first < G::kLanes ? count - first : G::kLanes, {}};
@@ -104,7 +100,6 @@ void intersectAnyRows(const float origin[3], const float* const dirs[3], int* tr
         g.write(tris, p.tri, blocked);
         g.write(mask, trace::intLanes<V>(-1), blocked);
     }
-#endif
 }
 
 }  // namespace VEKR_ISA_NS

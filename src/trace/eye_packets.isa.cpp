@@ -1,7 +1,6 @@
 // Packet path of the eye-ray nearest hit.
 #include "trace/packet_core.h"
 #include "trace/packet_width.h"
-#include "trace/intersect.h"
 #include "trace/packets.h"
 #include "trace/ray_lanes.h"
 
@@ -89,9 +88,6 @@ void intersectEyePackets(const float eye[3], const float* const dirs[3], float* 
 void intersectEyeRows(const float eye[3], const float* const dirs[3], float* dist,
                       float* const hits[2], int* tris, const VekrIntersectContext& ctx, int count)
 {
-#if !defined(__AVX2__)
-    ::vekr::trace::intersectEyeRays(eye, dirs, dist, hits, tris, ctx, count);
-#else
     const VekrBox3D& box = *ctx.pBound;
     const float lo[3] = {box.minX - eye[0], box.minY - eye[1], box.minZ - eye[2]};
     const float hi[3] = {box.maxX - eye[0], box.maxY - eye[1], box.maxZ - eye[2]};
@@ -122,7 +118,6 @@ void intersectEyeRows(const float eye[3], const float* const dirs[3], float* dis
         g.write(hits[1], p.v, hit);
         g.write(tris, p.tri, hit);
     }
-#endif
 }
 
 }  // namespace VEKR_ISA_NS

@@ -1,6 +1,9 @@
-// Internal entry points of the intersection functions: the single-ray path,
-// and the dispatch between it and the packet path at a given instruction-set
-// level (the exports pass the best level; tests force each one).
+// Internal entry points of the intersection functions: the one-ray code
+// (*Rays: one ray after another, the single-ray path written plainly; the
+// single-ray path runs it lanes-wide, bit for bit, see ray_lanes.h, and tests
+// compare the two), and the dispatch between the single-ray path and the
+// packet path at a given instruction-set level (the exports pass the best
+// level; tests force each one).
 #pragma once
 
 #include "core/isa.h"

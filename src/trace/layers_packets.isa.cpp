@@ -2,7 +2,6 @@
 // layer together, each restarting at its own hit point.
 #include "trace/packet_core.h"
 #include "trace/packet_width.h"
-#include "trace/intersect.h"
 #include "trace/packets.h"
 #include "trace/ray_lanes.h"
 
@@ -137,9 +136,6 @@ void intersectLayersRows(const float origin[3], const float* const dirs[3], floa
                          float* const hits[2], int* tris, const VekrIntersectContext& ctx, int rays,
                          int count)
 {
-#if !defined(__AVX2__)
-    ::vekr::trace::intersectLayersRays(origin, dirs, dist, hits, tris, ctx, rays, count);
-#else
     // triangles are already -1 in every layer.
     const size_t layer = static_cast<size_t>(rays);
     const VekrBox3D& box = *ctx.pBound;
@@ -203,7 +199,6 @@ void intersectLayersRows(const float origin[3], const float* const dirs[3], floa
             }
         });
     }
-#endif
 }
 
 }  // namespace VEKR_ISA_NS

@@ -1,7 +1,6 @@
 // Packet path of the nearest hit for rays with their own origins.
 #include "trace/packet_core.h"
 #include "trace/packet_width.h"
-#include "trace/intersect.h"
 #include "trace/packets.h"
 #include "trace/ray_lanes.h"
 
@@ -92,9 +91,6 @@ void intersectOwnPackets(const float* const origins[3], const float* const dirs[
 void intersectOwnRows(const float* const origins[3], const float* const dirs[3], float* dist,
                       float* const hits[2], int* tris, const VekrIntersectContext& ctx, int count)
 {
-#if !defined(__AVX2__)
-    ::vekr::trace::intersectOwnRays(origins, dirs, dist, hits, tris, ctx, count);
-#else
     using G = trace::RayGroup<V>;
     for (int first = 0; first < count; first += G::kLanes) {
         G g{first, count - first < G::kLanes ? count - first : G::kLanes, {}};
@@ -122,7 +118,6 @@ void intersectOwnRows(const float* const origins[3], const float* const dirs[3],
         g.write(hits[1], p.v, hit);
         g.write(tris, p.tri, hit);
     }
-#endif
 }
 
 }  // namespace VEKR_ISA_NS

@@ -26,9 +26,9 @@ VEKR_ISA_DECLARE(void intersectLayersPackets(const float origin[3], const float*
                                              const VekrIntersectContext& ctx, int width,
                                              int height, int count))
 
-// The single-ray path of the same functions, several rays side by side where
-// the level has wide vectors (bit for bit the one-ray results); any count,
-// any alignment.
+// The single-ray path of the same functions, consecutive rays side by side
+// in the level's lanes (bit for bit the one-ray results); any count, any
+// alignment.
 VEKR_ISA_DECLARE(void intersectEyeRows(const float eye[3], const float* const dirs[3], float* dist,
                                        float* const hits[2], int* tris,
                                        const VekrIntersectContext& ctx, int count))
