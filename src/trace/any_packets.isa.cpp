@@ -1,8 +1,7 @@
 // Packet path of the any-hit test: a lane leaves its packet at its first blocker.
 
+#include "trace/intersect.h"
 #include "trace/packet_core.h"
-#include "trace/packet_width.h"
-#include "trace/packets.h"
 #include "trace/ray_lanes.h"
 
 namespace vekr {

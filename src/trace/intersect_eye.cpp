@@ -4,7 +4,6 @@
 #include "core/isa.h"
 #include "core/status.h"
 #include "trace/intersect.h"
-#include "trace/packets.h"
 #include "trace/ray_core.h"
 #include "vekr.h"
 

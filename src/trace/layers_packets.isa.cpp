@@ -1,8 +1,7 @@
 // Packet path of the successive hits: the lanes of a packet go from layer to
 // layer together, each restarting at its own hit point.
+#include "trace/intersect.h"
 #include "trace/packet_core.h"
-#include "trace/packet_width.h"
-#include "trace/packets.h"
 #include "trace/ray_lanes.h"
 
 namespace vekr {

@@ -1,7 +1,6 @@
 // Packet path of the nearest hit for rays with their own origins.
+#include "trace/intersect.h"
 #include "trace/packet_core.h"
-#include "trace/packet_width.h"
-#include "trace/packets.h"
 #include "trace/ray_lanes.h"
 
 namespace vekr {
