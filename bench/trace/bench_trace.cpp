@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <vector>
@@ -78,6 +79,8 @@ void printRow(const Row& r)
                 r.peer1 > 0 ? r.vekr / r.peer1 : 0.0, r.peerPacket > 0 ? r.vekr / r.peerPacket : 0.0);
 }
 
+std::vector<int> threadCounts = {1, 2};
+
 void benchMesh(const std::string& name, const Mesh& m)
 {
     const int nt = m.triangleCount();
@@ -124,7 +127,7 @@ void benchMesh(const std::string& name, const Mesh& m)
     std::printf("| %-9s | build      | %d tris | vekr %.3f s | Embree %.3f s | ratio %.2f |\n", name.c_str(), nt,
                 tBuild, tEmbree, tEmbree > 0 ? tEmbree / tBuild : 0.0);
 
-    for (int threads : {1, 2}) {
+    for (int threads : threadCounts) {
         // ---- primary rays ----
         const double tv = medianSeconds(kRuns, [&] {
             forBlocks(threads, [&](int, size_t at) {
@@ -191,6 +194,27 @@ void benchMesh(const std::string& name, const Mesh& m)
         const double best = std::max(mr / e8, mr / e16);
         printRow({name, "primary", threads, mr / tv, e1 > 0 ? mr / e1 : 0, e1 > 0 ? best : 0,
                   e8 < e16 ? "x8" : "x16"});
+        // The single-ray path: blocks 63 rays wide (the same arrays, one
+        // column fewer per block) miss the packet conditions.
+        const double tSingle = medianSeconds(kRuns, [&] {
+            forBlocks(threads, [&](int, size_t at) {
+                for (size_t k = at; k < at + kPerBlock; ++k) f.dist[k] = 1e30f;
+                const float* dirs[3] = {f.d[0].offset(at), f.d[1].offset(at), f.d[2].offset(at)};
+                float* hits[2] = {f.u.offset(at), f.v.offset(at)};
+                vekrIntersectEyeSO_32f(f.eye, dirs, f.dist.offset(at), hits, f.tri.offset(at), &ctx,
+                                       VekSize{kBlock - 1, kBlock});
+            });
+        });
+        printRow({name, "primary 1", threads, kBlocks * (kBlock - 1) * kBlock / 1e6 / tSingle, e1 > 0 ? mr / e1 : 0, 0,
+                  "-"});
+        // Back to the packet path's results for the secondary rays.
+        for (int b = 0; b < kBlocks; ++b) {
+            const size_t at = static_cast<size_t>(b) * kPerBlock;
+            for (size_t k = at; k < at + kPerBlock; ++k) f.dist[k] = 1e30f;
+            const float* dirs[3] = {f.d[0].offset(at), f.d[1].offset(at), f.d[2].offset(at)};
+            float* hits[2] = {f.u.offset(at), f.v.offset(at)};
+            vekrIntersectEyeSO_32f(f.eye, dirs, f.dist.offset(at), hits, f.tri.offset(at), &ctx, VekSize{kBlock, kBlock});
+        }
         if (threads == 1)
             std::printf("|   hits %.1f%%, same triangle as rtcIntersect1: %.3f%% |\n", 100.0 * hitCount / n,
                         100.0 * agree / n);
@@ -213,7 +237,7 @@ void benchMesh(const std::string& name, const Mesh& m)
                 vekrIntersectAnySO_32f(f.light, dirs, f.stri.offset(at), smask.offset(at), VekSize{kBlock, kBlock}, &ctx);
             });
         });
-        double s1 = 0, s8 = 0;
+        double s1 = 0, s8 = 0, s16 = 0;
 #ifdef VEKR_HAVE_EMBREE
         s1 = medianSeconds(kRuns, [&] {
             forBlocks(threads, [&](int, size_t at) {
@@ -229,31 +253,40 @@ void benchMesh(const std::string& name, const Mesh& m)
                 }
             });
         });
-        s8 = medianSeconds(kRuns, [&] {
-            forBlocks(threads, [&](int, size_t at) {
-                RTCIntersectContext ic;
-                rtcInitIntersectContext(&ic);
-                for (int ty = 0; ty < kBlock; ty += 4)
-                    for (int tx = 0; tx < kBlock; tx += 4)
-                        for (int r0 = 0; r0 < 4; r0 += 2) {
-                            alignas(32) int valid[8];
-                            alignas(32) RTCRay8 r;
-                            int any = 0;
-                            for (int i = 0; i < 8; ++i) {
-                                const size_t k = at + static_cast<size_t>(ty + r0 + i / 4) * kBlock + tx + i % 4;
-                                valid[i] = f.mask[k] < 0 ? 0 : -1;
-                                any |= valid[i];
-                                r.org_x[i] = f.light[0], r.org_y[i] = f.light[1], r.org_z[i] = f.light[2];
-                                r.dir_x[i] = f.rd[0][k], r.dir_y[i] = f.rd[1][k], r.dir_z[i] = f.rd[2][k];
-                                r.tnear[i] = 0, r.tfar[i] = 1.0f, r.mask[i] = ~0u, r.time[i] = 0, r.flags[i] = 0;
+        auto occluded = [&](auto width) {
+            constexpr int W = decltype(width)::value;
+            using R = std::conditional_t<W == 8, RTCRay8, RTCRay16>;
+            return medianSeconds(kRuns, [&] {
+                forBlocks(threads, [&](int, size_t at) {
+                    RTCIntersectContext ic;
+                    rtcInitIntersectContext(&ic);
+                    for (int ty = 0; ty < kBlock; ty += 4)
+                        for (int tx = 0; tx < kBlock; tx += 4)
+                            for (int r0 = 0; r0 < 4; r0 += W / 4) {
+                                alignas(64) int valid[W];
+                                alignas(64) R r;
+                                int any = 0;
+                                for (int i = 0; i < W; ++i) {
+                                    const size_t k = at + static_cast<size_t>(ty + r0 + i / 4) * kBlock + tx + i % 4;
+                                    valid[i] = f.mask[k] < 0 ? 0 : -1;
+                                    any |= valid[i];
+                                    r.org_x[i] = f.light[0], r.org_y[i] = f.light[1], r.org_z[i] = f.light[2];
+                                    r.dir_x[i] = f.rd[0][k], r.dir_y[i] = f.rd[1][k], r.dir_z[i] = f.rd[2][k];
+                                    r.tnear[i] = 0, r.tfar[i] = 1.0f, r.mask[i] = ~0u, r.time[i] = 0, r.flags[i] = 0;
+                                }
+                                if (!any) continue;
+                                if constexpr (W == 8) rtcOccluded8(valid, scene, &ic, &r);
+                                else rtcOccluded16(valid, scene, &ic, &r);
                             }
-                            if (any) rtcOccluded8(valid, scene, &ic, &r);
-                        }
+                });
             });
-        });
+        };
+        s8 = occluded(std::integral_constant<int, 8>{});
+        s16 = occluded(std::integral_constant<int, 16>{});
 #endif
         const double hr = hitCount / 1e6;
-        printRow({name, "shadow", threads, hr / ts, s1 > 0 ? hr / s1 : 0, s8 > 0 ? hr / s8 : 0, "x8"});
+        printRow({name, "shadow", threads, hr / ts, s1 > 0 ? hr / s1 : 0, s8 > 0 ? std::max(hr / s8, hr / s16) : 0,
+                  s8 < s16 ? "x8" : "x16"});
 
         // ---- mirror reflections from the hit points ----
         for (size_t k = 0; k < n; ++k) {
@@ -310,7 +343,8 @@ int main(int argc, char** argv)
 {
     std::printf("| mesh | stage | threads | vekr Mrays/s | Embree x1 | Embree packet | vekr/x1 | vekr/packet |\n");
     std::printf("|---|---|---|---|---|---|---|---|\n");
-    const std::string only = argc > 1 ? argv[1] : "";
+    const std::string only = argc > 1 ? argv[1] : "";  // one mesh, or "" for all
+    if (argc > 2) threadCounts = {std::atoi(argv[2])};   // one thread count
     for (const char* file : {"bunny00.off", "armadillo.off"}) {
         if (!only.empty() && only != file) continue;
         const std::string path = vekr::test::dataFile(file);

@@ -12,9 +12,12 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/isa.h"
 #include "vekr.h"
 
-namespace vekr::kd {
+namespace vekr {
+VEKR_LEVEL_BEGIN
+namespace kd {
 
 constexpr uint32_t kSignBit = 0x80000000u;
 
@@ -121,4 +124,6 @@ inline bool forEachTriangle(const VekrKDTreeNode* n, Fn&& fn)
     return fn(b + d2);
 }
 
-}  // namespace vekr::kd
+}  // namespace kd
+VEKR_LEVEL_END
+}  // namespace vekr

@@ -8,7 +8,11 @@
 #include <cstdint>
 #include <cstring>
 
-namespace vekr::simd {
+#include "core/isa.h"
+
+namespace vekr {
+VEKR_LEVEL_BEGIN
+namespace simd {
 
 // ---- 4 x float -------------------------------------------------------------
 
@@ -152,4 +156,104 @@ inline F8 rcpNewton(F8 x)
 }
 #endif
 
-}  // namespace vekr::simd
+// ---- 16 x float ------------------------------------------------------------
+// One 4 x 4 tile of lanes.  With AVX-512 a single register and a 16-bit
+// opmask; with AVX2 two 8-lane halves (lanes 0-7 and 8-15) whose masks are
+// all-ones lanes, so the same kernel code runs, and is tested, on both.
+
+#if defined(__AVX512F__)
+struct M16 {
+    __mmask16 k;
+};
+inline M16 operator&(M16 a, M16 b) { return {static_cast<__mmask16>(a.k & b.k)}; }
+inline M16 operator|(M16 a, M16 b) { return {static_cast<__mmask16>(a.k | b.k)}; }
+inline M16 andnot(M16 a, M16 b) { return {static_cast<__mmask16>(~a.k & b.k)}; }  // ~a & b
+inline bool any(M16 m) { return m.k != 0; }
+inline int movemask(M16 m) { return m.k; }
+
+struct F16 {
+    __m512 v;
+    F16() = default;
+    F16(__m512 x) : v(x) {}
+    explicit F16(float s) : v(_mm512_set1_ps(s)) {}
+    operator __m512() const { return v; }
+};
+inline F16 operator+(F16 a, F16 b) { return _mm512_add_ps(a, b); }
+inline F16 operator-(F16 a, F16 b) { return _mm512_sub_ps(a, b); }
+inline F16 operator*(F16 a, F16 b) { return _mm512_mul_ps(a, b); }
+inline F16 operator/(F16 a, F16 b) { return _mm512_div_ps(a, b); }
+// The zero-masking forms with every lane set compile to the plain
+// instructions; the plain intrinsics trip GCC 12's uninitialised warnings.
+constexpr __mmask16 kAll16 = 0xFFFF;
+inline F16 min(F16 a, F16 b) { return _mm512_maskz_min_ps(kAll16, a, b); }
+inline F16 max(F16 a, F16 b) { return _mm512_maskz_max_ps(kAll16, a, b); }
+inline F16 abs(F16 a) { return _mm512_abs_ps(a); }
+inline M16 operator<(F16 a, F16 b) { return {_mm512_cmp_ps_mask(a, b, _CMP_LT_OQ)}; }
+inline M16 operator<=(F16 a, F16 b) { return {_mm512_cmp_ps_mask(a, b, _CMP_LE_OQ)}; }
+inline M16 operator>(F16 a, F16 b) { return {_mm512_cmp_ps_mask(a, b, _CMP_GT_OQ)}; }
+inline M16 operator>=(F16 a, F16 b) { return {_mm512_cmp_ps_mask(a, b, _CMP_GE_OQ)}; }
+inline F16 select(M16 m, F16 a, F16 b) { return _mm512_mask_blend_ps(m.k, b, a); }
+// The same bit patterns in both lanes (the lanes hold integers).
+inline M16 sameBits(F16 a, F16 b)
+{
+    return {_mm512_cmpeq_epi32_mask(_mm512_castps_si512(a), _mm512_castps_si512(b))};
+}
+// Lanes whose sign bit is clear.
+inline M16 signClear(F16 a) { return {static_cast<__mmask16>(~_mm512_movepi32_mask(_mm512_castps_si512(a)))}; }
+inline M16 lanesOf(int bits) { return {static_cast<__mmask16>(bits)}; }
+// The hardware approximation here is good to 14 bits; one Newton step as above.
+inline F16 rcpNewton(F16 x)
+{
+    const __m512 y0 = _mm512_maskz_rcp14_ps(kAll16, x);
+    return _mm512_sub_ps(_mm512_add_ps(y0, y0), _mm512_mul_ps(_mm512_mul_ps(x, y0), y0));
+}
+#elif defined(__AVX2__)
+struct M16 {
+    F8 lo, hi;
+};
+inline M16 operator&(M16 a, M16 b) { return {a.lo & b.lo, a.hi & b.hi}; }
+inline M16 operator|(M16 a, M16 b) { return {a.lo | b.lo, a.hi | b.hi}; }
+inline M16 andnot(M16 a, M16 b) { return {andnot(a.lo, b.lo), andnot(a.hi, b.hi)}; }
+inline bool any(M16 m) { return !_mm256_testz_ps(_mm256_or_ps(m.lo, m.hi), _mm256_or_ps(m.lo, m.hi)); }
+inline int movemask(M16 m) { return movemask(m.lo) | movemask(m.hi) << 8; }
+
+struct F16 {
+    F8 lo, hi;
+    F16() = default;
+    F16(F8 a, F8 b) : lo(a), hi(b) {}
+    explicit F16(float s) : lo(s), hi(lo) {}
+};
+inline F16 operator+(F16 a, F16 b) { return {a.lo + b.lo, a.hi + b.hi}; }
+inline F16 operator-(F16 a, F16 b) { return {a.lo - b.lo, a.hi - b.hi}; }
+inline F16 operator*(F16 a, F16 b) { return {a.lo * b.lo, a.hi * b.hi}; }
+inline F16 operator/(F16 a, F16 b) { return {a.lo / b.lo, a.hi / b.hi}; }
+inline F16 min(F16 a, F16 b) { return {min(a.lo, b.lo), min(a.hi, b.hi)}; }
+inline F16 max(F16 a, F16 b) { return {max(a.lo, b.lo), max(a.hi, b.hi)}; }
+inline F16 abs(F16 a) { return {abs(a.lo), abs(a.hi)}; }
+inline M16 operator<(F16 a, F16 b) { return {a.lo < b.lo, a.hi < b.hi}; }
+inline M16 operator<=(F16 a, F16 b) { return {a.lo <= b.lo, a.hi <= b.hi}; }
+inline M16 operator>(F16 a, F16 b) { return {a.lo > b.lo, a.hi > b.hi}; }
+inline M16 operator>=(F16 a, F16 b) { return {a.lo >= b.lo, a.hi >= b.hi}; }
+inline F16 select(M16 m, F16 a, F16 b) { return {select(m.lo, a.lo, b.lo), select(m.hi, a.hi, b.hi)}; }
+inline F8 sameBits(F8 a, F8 b)
+{
+    return _mm256_castsi256_ps(_mm256_cmpeq_epi32(_mm256_castps_si256(a), _mm256_castps_si256(b)));
+}
+inline M16 sameBits(F16 a, F16 b) { return {sameBits(a.lo, b.lo), sameBits(a.hi, b.hi)}; }
+inline F8 signClear(F8 a)
+{
+    return _mm256_castsi256_ps(_mm256_cmpgt_epi32(_mm256_castps_si256(a), _mm256_set1_epi32(-1)));
+}
+inline M16 signClear(F16 a) { return {signClear(a.lo), signClear(a.hi)}; }
+inline F8 lanesOf8(int bits)
+{
+    const __m256i sel = _mm256_setr_epi32(1, 2, 4, 8, 16, 32, 64, 128);
+    return _mm256_castsi256_ps(_mm256_cmpeq_epi32(_mm256_and_si256(_mm256_set1_epi32(bits), sel), sel));
+}
+inline M16 lanesOf(int bits) { return {lanesOf8(bits), lanesOf8(bits >> 8)}; }
+inline F16 rcpNewton(F16 x) { return {rcpNewton(x.lo), rcpNewton(x.hi)}; }
+#endif
+
+}  // namespace simd
+VEKR_LEVEL_END
+}  // namespace vekr

@@ -5,7 +5,6 @@
 #include "core/isa.h"
 #include "core/status.h"
 #include "trace/intersect.h"
-#include "trace/packets.h"
 #include "trace/ray_core.h"
 #include "vekr.h"
 
@@ -67,7 +66,7 @@ void intersectAny(Isa isa, const float origin[3], const float* const dirs[3], in
     if (packet)
         VEKR_ISA_CALL(isa, intersectAnyPackets(origin, dirs, tris, mask, ctx, size.width, size.height));
     else
-        intersectAnyRays(origin, dirs, tris, mask, ctx, size.width * size.height);
+        VEKR_ISA_CALL(isa, intersectAnyRows(origin, dirs, tris, mask, ctx, size.width * size.height));
 }
 
 }  // namespace vekr::trace

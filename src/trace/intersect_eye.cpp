@@ -4,7 +4,6 @@
 #include "core/isa.h"
 #include "core/status.h"
 #include "trace/intersect.h"
-#include "trace/packets.h"
 #include "trace/ray_core.h"
 #include "vekr.h"
 
@@ -71,7 +70,7 @@ void intersectEye(Isa isa, const float eye[3], const float* const dirs[3], float
         VEKR_ISA_CALL(isa, intersectEyePackets(eye, dirs, dist, hits, tris, ctx, extent.width,
                                                extent.height));
     else
-        intersectEyeRays(eye, dirs, dist, hits, tris, ctx, extent.width * extent.height);
+        VEKR_ISA_CALL(isa, intersectEyeRows(eye, dirs, dist, hits, tris, ctx, extent.width * extent.height));
 }
 
 }  // namespace vekr::trace

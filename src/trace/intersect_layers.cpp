@@ -5,7 +5,6 @@
 #include "core/isa.h"
 #include "core/status.h"
 #include "trace/intersect.h"
-#include "trace/packets.h"
 #include "trace/ray_core.h"
 #include "vekr.h"
 
@@ -107,8 +106,8 @@ void intersectLayers(Isa isa, const float origin[3], const float* const dirs[3],
         VEKR_ISA_CALL(isa, intersectLayersPackets(origin, dirs, dist, hits, tris, ctx, size.width,
                                                   size.height, size.count));
     else
-        intersectLayersRays(origin, dirs, dist, hits, tris, ctx, size.width * size.height,
-                            size.count);
+        VEKR_ISA_CALL(isa, intersectLayersRows(origin, dirs, dist, hits, tris, ctx,
+                                               size.width * size.height, size.count));
 }
 
 }  // namespace vekr::trace

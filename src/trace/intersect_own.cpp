@@ -5,7 +5,6 @@
 #include "core/isa.h"
 #include "core/status.h"
 #include "trace/intersect.h"
-#include "trace/packets.h"
 #include "trace/ray_core.h"
 #include "vekr.h"
 
@@ -75,7 +74,7 @@ void intersectOwn(Isa isa, const float* const origins[3], const float* const dir
         VEKR_ISA_CALL(isa, intersectOwnPackets(origins, dirs, dist, hits, tris, ctx, size.width,
                                                size.height));
     else
-        intersectOwnRays(origins, dirs, dist, hits, tris, ctx, size.width * size.height);
+        VEKR_ISA_CALL(isa, intersectOwnRows(origins, dirs, dist, hits, tris, ctx, size.width * size.height));
 }
 
 }  // namespace vekr::trace

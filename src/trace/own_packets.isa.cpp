@@ -1,7 +1,7 @@
 // Packet path of the nearest hit for rays with their own origins.
+#include "trace/intersect.h"
 #include "trace/packet_core.h"
-#include "trace/packet_width.h"
-#include "trace/packets.h"
+#include "trace/ray_lanes.h"
 
 namespace vekr {
 namespace VEKR_ISA_NS {
@@ -10,18 +10,37 @@ namespace {
 
 struct OwnNearestLanes {
     V dist, u, v, tri;  // tri is also the last accepted triangle
-    V skip(int n, V mask) const { return simd::andnot(L::eqInt(tri, trace::intLanes<V>(n)), mask); }
-    V hit(int n, V mask, V inside, V den, V num, V bu, V bv)
+    M skip(int n, M mask) const { return simd::andnot(L::eqInt(tri, trace::intLanes<V>(n)), mask); }
+    M hit(int n, M mask, M inside, V den, V num, V bu, V bv)
     {
         const V r = simd::rcpNewton(den);
         const V t = num * r;
-        const V take = inside & (simd::abs(den) >= V(trace::kOwnMinDen)) &
+        const M take = inside & (simd::abs(den) >= V(trace::kOwnMinDen)) &
                        (dist - V(trace::kOwnMargin) > t) & (t > V(0.0f));
         dist = simd::select(take, t, dist);
         u = simd::select(take, bu * r, u);
         v = simd::select(take, bv * r, v);
         tri = simd::select(take, trace::intLanes<V>(n), tri);
         return mask;
+    }
+    V limit() const { return dist; }
+};
+
+// The one-ray own-origin nearest hit (intersect_own.cpp), lane by lane.
+struct OwnNearestRays {
+    static constexpr float kSplitTol = trace::kSplitTolNearest;
+    V dist, u, v, tri;  // tri is also the last accepted triangle
+    M skip(int n, M lanes) const { return simd::andnot(L::eqInt(tri, trace::intLanes<V>(n)), lanes); }
+    M hit(int n, M inside, V den, V num, V bu, V bv)
+    {
+        const V t = num / den;
+        const M take = simd::andnot(simd::abs(den) < V(trace::kOwnMinDen), inside) &
+                       (dist - V(trace::kOwnMargin) > t) & (t > V(0.0f));
+        dist = simd::select(take, t, dist);
+        u = simd::select(take, bu / den, u);
+        v = simd::select(take, bv / den, v);
+        tri = simd::select(take, trace::intLanes<V>(n), tri);
+        return L::fromBits(0);
     }
     V limit() const { return dist; }
 };
@@ -41,7 +60,7 @@ void intersectOwnPackets(const float* const origins[3], const float* const dirs[
     float* triBits = reinterpret_cast<float*>(tris);
     trace::forEachPacket<V>(
         width, height, dirs, [&](size_t base) { return L::load(dist + base, stride) > V(0.0f); },
-        [&](const trace::TileGroup<V>& g, V mask, int code) {
+        [&](const trace::TileGroup<V>& g, M mask, int code) {
             trace::PacketRay<V> ray;
             for (int c = 0; c < 3; ++c) {
                 ray.o[c] = L::load(origins[c] + g.base, stride);
@@ -62,10 +81,42 @@ void intersectOwnPackets(const float* const origins[3], const float* const dirs[
             tFar = tFar + V(trace::kExitWidening);
             OwnNearestLanes p{limit, V(0.0f), V(0.0f), trace::intLanes<V>(-1)};
             trace::traversePacket(ctx.pRootNode, ctx.pAccel, ray, tNear, tFar, mask, p);
-            const V hit = simd::andnot(L::eqInt(p.tri, trace::intLanes<V>(-1)), L::ones());
+            const M hit = L::signClear(p.tri);
             if (!simd::any(hit)) return;
             blendNearest(dist, hits, triBits, g.base, stride, p, hit);
         });
+}
+
+void intersectOwnRows(const float* const origins[3], const float* const dirs[3], float* dist,
+                      float* const hits[2], int* tris, const VekrIntersectContext& ctx, int count)
+{
+    using G = trace::RayGroup<V>;
+    for (int first = 0; first < count; first += G::kLanes) {
+        G g{first, count - first < G::kLanes ? count - first : G::kLanes, {}};
+        for (int i = 0; i < g.n; ++i) tris[first + i] = -1;
+        trace::PacketRay<V> ray;
+        for (int c = 0; c < 3; ++c) {
+            ray.o[c] = g.read(origins[c]);
+            ray.d[c] = g.read(dirs[c]);
+        }
+        const V limit = g.read(dist);
+        V tNear(0.0f), tFar = limit;
+        int sign[3];
+        const M in = trace::enterBoxOwnLanes(*ctx.pBound, ray, tNear, tFar, L::fromBits((1 << g.n) - 1), sign);
+        const int bits = simd::movemask(in);
+        if (!bits) continue;
+        tFar = tFar + V(trace::kExitWidening);
+        OwnNearestRays p{limit, V(0.0f), V(0.0f), trace::intLanes<V>(-1)};
+        trace::forEachCode(bits, sign, [&](int code, int lanes) {
+            ray.code = code;
+            trace::traverseLanes(ctx.pRootNode, ctx.pAccel, ray, tNear, tFar, L::fromBits(lanes), p);
+        });
+        const int hit = simd::movemask(L::signClear(p.tri)) & bits;
+        g.write(dist, p.dist, hit);
+        g.write(hits[0], p.u, hit);
+        g.write(hits[1], p.v, hit);
+        g.write(tris, p.tri, hit);
+    }
 }
 
 }  // namespace VEKR_ISA_NS

@@ -1,19 +1,24 @@
 // The packet tracing core: rays of one 4 x 4 image tile that share a
 // direction octant are traced together through the KD-tree, one SIMD lane per
 // ray.  V is the lane vector: simd::F4 (a packet is one row of a tile) or,
-// where AVX2 is compiled in, simd::F8 (two rows of a tile).  Each lane keeps
-// its own interval; decisions at a split are taken for the whole packet
-// without tolerance, and lanes whose interval does not reach a child are
-// masked off inside it.
+// where AVX2 is compiled in, simd::F16 (the whole tile: one AVX-512 register,
+// or two AVX2 halves); M = MaskOf<V> is its lane mask.  Each lane keeps its
+// own interval; decisions at a split are taken for the whole packet without
+// tolerance, and lanes whose interval does not reach a child are masked off
+// inside it.
 //
 // A packet policy provides:
-//   V skip(int tri, V mask);               lanes that test this triangle at all
-//   V hit(int tri, V mask, V inside, V den, V num, V bu, V bv);
+//   M skip(int tri, M mask);               lanes that test this triangle at all
+//   M hit(int tri, M mask, M inside, V den, V num, V bu, V bv);
 //                                          lanes inside the triangle; returns the
 //                                          lanes that go on (any-hit drops its hits)
 //   V limit();                             a lane stops at a pop once the entry
 //                                          starts at or beyond it
 #pragma once
+
+#ifndef VEKR_ISA_NS
+#error "packet_core.h belongs to the per-level kernels (*.isa.cpp)"
+#endif
 
 #include <cstddef>
 #include <cstdint>
@@ -23,11 +28,17 @@
 #include "trace/ray_core.h"
 #include "vekr.h"
 
-namespace vekr::trace {
+namespace vekr {
+VEKR_LEVEL_BEGIN
+namespace trace {
 
 using simd::F4;
 
-// Lane layouts: how many tile rows a vector holds, row loads, masked stores.
+template <class V>
+using MaskOf = decltype(V(0.0f) < V(0.0f));
+
+// Lane layouts: how many tile rows a vector holds, row loads, masked stores,
+// masks from lane bits, and integer lane tests.
 template <class V>
 struct Lanes;
 
@@ -35,6 +46,7 @@ template <>
 struct Lanes<F4> {
     static constexpr int kRows = 1;
     static F4 load(const float* p, size_t) { return simd::load4(p); }
+    static void store(float* p, F4 v) { simd::store4(p, v); }
     static void blend(float* p, size_t, F4 v, F4 m) { simd::store4(p, simd::select(m, v, simd::load4(p))); }
     static F4 fromBits(int bits)
     {
@@ -45,36 +57,61 @@ struct Lanes<F4> {
     {
         return _mm_castsi128_ps(_mm_cmpeq_epi32(_mm_castps_si128(a), _mm_castps_si128(b)));
     }
-    static F4 ones() { return _mm_castsi128_ps(_mm_set1_epi32(-1)); }
+    static F4 signClear(F4 a)
+    {
+        return _mm_castsi128_ps(_mm_cmpgt_epi32(_mm_castps_si128(a), _mm_set1_epi32(-1)));
+    }
 };
 
 #if defined(__AVX2__)
-using simd::F8;
+using simd::F16;
+using simd::M16;
 template <>
-struct Lanes<F8> {
-    static constexpr int kRows = 2;
-    static F8 load(const float* p, size_t stride)
+struct Lanes<F16> {
+    static constexpr int kRows = 4;
+#if defined(__AVX512F__)
+    static F16 load(const float* p, size_t stride)
+    {
+        const __m512 a = _mm512_castps128_ps512(_mm_load_ps(p));
+        const __m512 b = _mm512_insertf32x4(a, _mm_load_ps(p + stride), 1);
+        const __m512 c = _mm512_insertf32x4(b, _mm_load_ps(p + 2 * stride), 2);
+        return _mm512_insertf32x4(c, _mm_load_ps(p + 3 * stride), 3);
+    }
+    static void store(float* p, F16 v) { _mm512_store_ps(p, v); }
+    static void blend(float* p, size_t stride, F16 v, M16 m)
+    {
+        _mm_mask_store_ps(p, static_cast<__mmask8>(m.k & 0xF), _mm512_maskz_extractf32x4_ps(0xF, v, 0));
+        _mm_mask_store_ps(p + stride, static_cast<__mmask8>((m.k >> 4) & 0xF), _mm512_maskz_extractf32x4_ps(0xF, v, 1));
+        _mm_mask_store_ps(p + 2 * stride, static_cast<__mmask8>((m.k >> 8) & 0xF), _mm512_maskz_extractf32x4_ps(0xF, v, 2));
+        _mm_mask_store_ps(p + 3 * stride, static_cast<__mmask8>((m.k >> 12) & 0xF), _mm512_maskz_extractf32x4_ps(0xF, v, 3));
+    }
+#else
+    static simd::F8 load8(const float* p, size_t stride)
     {
         return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_load_ps(p)), _mm_load_ps(p + stride), 1);
     }
-    static void blend(float* p, size_t stride, F8 v, F8 m)
+    static void blend8(float* p, size_t stride, simd::F8 v, simd::F8 m)
     {
         const __m128 v0 = _mm256_castps256_ps128(v), v1 = _mm256_extractf128_ps(v, 1);
         const __m128 m0 = _mm256_castps256_ps128(m), m1 = _mm256_extractf128_ps(m, 1);
         _mm_store_ps(p, _mm_blendv_ps(_mm_load_ps(p), v0, m0));
         _mm_store_ps(p + stride, _mm_blendv_ps(_mm_load_ps(p + stride), v1, m1));
     }
-    static F8 fromBits(int bits)
+    static F16 load(const float* p, size_t stride) { return {load8(p, stride), load8(p + 2 * stride, stride)}; }
+    static void store(float* p, F16 v)
     {
-        const __m256i sel = _mm256_setr_epi32(1, 2, 4, 8, 16, 32, 64, 128);
-        return _mm256_castsi256_ps(
-            _mm256_cmpeq_epi32(_mm256_and_si256(_mm256_set1_epi32(bits), sel), sel));
+        simd::store8(p, v.lo);
+        simd::store8(p + 8, v.hi);
     }
-    static F8 eqInt(F8 a, F8 b)
+    static void blend(float* p, size_t stride, F16 v, M16 m)
     {
-        return _mm256_castsi256_ps(_mm256_cmpeq_epi32(_mm256_castps_si256(a), _mm256_castps_si256(b)));
+        blend8(p, stride, v.lo, m.lo);
+        blend8(p + 2 * stride, stride, v.hi, m.hi);
     }
-    static F8 ones() { return _mm256_castsi256_ps(_mm256_set1_epi32(-1)); }
+#endif
+    static M16 fromBits(int bits) { return simd::lanesOf(bits); }
+    static M16 eqInt(F16 a, F16 b) { return simd::sameBits(a, b); }
+    static M16 signClear(F16 a) { return simd::signClear(a); }
 };
 #endif
 
@@ -112,8 +149,8 @@ inline void packetReciprocals(PacketRay<V>& r, bool octantSign = true)
 
 // The triangle test for every lane; returns the lanes inside the triangle.
 template <class V>
-inline V packetCandidate(const VekrTriangleAccel& r, const PacketRay<V>& ray, V& den, V& num,
-                         V& bu, V& bv)
+inline MaskOf<V> packetCandidate(const VekrTriangleAccel& r, const PacketRay<V>& ray, V& den,
+                                 V& num, V& bu, V& bv)
 {
     const uint32_t w0 = r.axes;
     const int a = static_cast<int>(w0 & 3u), b = static_cast<int>((w0 >> 2) & 3u),
@@ -135,10 +172,12 @@ inline V packetCandidate(const VekrTriangleAccel& r, const PacketRay<V>& ray, V&
 // Walks the tree for the lanes in mask over their intervals [tNear, tFar].
 template <class V, class Policy>
 inline void traversePacket(const VekrKDTreeNode* root, const VekrTriangleAccel* accel,
-                           const PacketRay<V>& ray, V tNear, V tFar, V mask, Policy& policy)
+                           const PacketRay<V>& ray, V tNear, V tFar, MaskOf<V> mask, Policy& policy)
 {
+    using M = MaskOf<V>;
     struct Entry {
-        V tNear, tFar, mask;
+        V tNear, tFar;
+        M mask;
         const VekrKDTreeNode* node;
     };
     Entry stack[kStackDepth];
@@ -154,7 +193,7 @@ inline void traversePacket(const VekrKDTreeNode* root, const VekrTriangleAccel* 
                 node = pair + (1 - nearIdx);
                 continue;
             }
-            const V reachFar = mask & (t <= tFar);
+            const M reachFar = mask & (t <= tFar);
             if (!simd::any(reachFar)) {
                 node = pair + nearIdx;
                 continue;
@@ -166,12 +205,12 @@ inline void traversePacket(const VekrKDTreeNode* root, const VekrTriangleAccel* 
             node = pair + nearIdx;
         }
         kd::forEachTriangle(node, [&](int32_t tri) {
-            const V m = policy.skip(tri, mask);
+            const M m = policy.skip(tri, mask);
             if (!simd::any(m)) return false;
             const VekrTriangleAccel& rec = accel[tri];
             if (rec.axes == 0) return false;
             V den, num, bu, bv;
-            const V inside = packetCandidate(rec, ray, den, num, bu, bv) & m;
+            const M inside = packetCandidate(rec, ray, den, num, bu, bv) & m;
             if (!simd::any(inside)) return false;
             mask = policy.hit(tri, mask, inside, den, num, bu, bv);
             return !simd::any(mask);
@@ -195,8 +234,6 @@ template <class V>
 struct TileGroup {
     size_t base;
     V d[3];
-    int active;  // lane bits
-    int neg[3];  // lane bits of negative components
 };
 
 // Walks a block of width x height rays (both multiples of 4) in 4 x 4 tiles,
@@ -214,27 +251,24 @@ inline void forEachPacket(int width, int height, const float* const dirs[3], Act
     for (int y0 = 0; y0 < height; y0 += 4) {
         for (int x0 = 0; x0 < width; x0 += 4) {
             TileGroup<V> g[kGroups];
+            int active[kGroups], neg[kGroups][3];
             int anyActive = 0;
-            unsigned present = 0;
             for (int i = 0; i < kGroups; ++i) {
                 g[i].base = static_cast<size_t>(y0 + i * L::kRows) * stride + static_cast<size_t>(x0);
-                for (int c = 0; c < 3; ++c) {
-                    g[i].d[c] = L::load(dirs[c] + g[i].base, stride);
-                    g[i].neg[c] = simd::movemask(g[i].d[c] < V(0.0f));
-                }
-                g[i].active = simd::movemask(activeOf(g[i].base));
-                anyActive |= g[i].active;
-                for (int lane = 0; lane < 4 * L::kRows; ++lane)
-                    present |= 1u << (((g[i].neg[0] >> lane) & 1) | (((g[i].neg[1] >> lane) & 1) << 1) |
-                                      (((g[i].neg[2] >> lane) & 1) << 2));
+                active[i] = simd::movemask(activeOf(g[i].base));
+                anyActive |= active[i];
             }
             if (!anyActive) continue;
-            const int lo = __builtin_ctz(present), hi = 31 - __builtin_clz(present);
-            for (int code = lo; code <= hi; ++code) {
+            for (int i = 0; i < kGroups; ++i)
+                for (int c = 0; c < 3; ++c) {
+                    g[i].d[c] = L::load(dirs[c] + g[i].base, stride);
+                    neg[i][c] = simd::movemask(g[i].d[c] < V(0.0f));
+                }
+            for (int code = 0; code < 8; ++code) {
                 for (int i = 0; i < kGroups; ++i) {
-                    const int bits = g[i].active & (code & 1 ? g[i].neg[0] : ~g[i].neg[0]) &
-                                     (code & 2 ? g[i].neg[1] : ~g[i].neg[1]) &
-                                     (code & 4 ? g[i].neg[2] : ~g[i].neg[2]);
+                    const int bits = active[i] & (code & 1 ? neg[i][0] : ~neg[i][0]) &
+                                     (code & 2 ? neg[i][1] : ~neg[i][1]) &
+                                     (code & 4 ? neg[i][2] : ~neg[i][2]);
                     if (bits) fn(g[i], L::fromBits(bits), code);
                 }
             }
@@ -242,4 +276,35 @@ inline void forEachPacket(int width, int height, const float* const dirs[3], Act
     }
 }
 
-}  // namespace vekr::trace
+}  // namespace trace
+VEKR_LEVEL_END
+}  // namespace vekr
+
+// The packet width of the level being compiled: 16 lanes (a whole 4 x 4
+// tile; one register with AVX-512, two halves with AVX2) where AVX2 is
+// available, 4 lanes (one row) otherwise.
+namespace vekr {
+namespace VEKR_ISA_NS {
+
+#if defined(__AVX2__)
+using V = simd::F16;
+#else
+using V = simd::F4;
+#endif
+using M = trace::MaskOf<V>;
+using L = trace::Lanes<V>;
+
+// Writes a packet's nearest hits (distance, u, v, triangle) back into the
+// caller's arrays; lanes that found nothing keep their old values.
+template <class Hits>
+inline void blendNearest(float* dist, float* const hits[2], float* triBits, size_t at,
+                         size_t stride, const Hits& p, M hit)
+{
+    L::blend(dist + at, stride, p.dist, hit);
+    L::blend(hits[0] + at, stride, p.u, hit);
+    L::blend(hits[1] + at, stride, p.v, hit);
+    L::blend(triBits + at, stride, p.tri, hit);
+}
+
+}  // namespace VEKR_ISA_NS
+}  // namespace vekr

@@ -15,9 +15,12 @@
 #include <cstdint>
 
 #include "accel/kdnode.h"
+#include "core/isa.h"
 #include "vekr.h"
 
-namespace vekr::trace {
+namespace vekr {
+VEKR_LEVEL_BEGIN
+namespace trace {
 
 constexpr int kStackDepth = 50;
 
@@ -170,4 +173,6 @@ inline bool enterBoxOwn(const VekrBox3D& box, Ray& ray, float& tNear, float& tFa
     return true;
 }
 
-}  // namespace vekr::trace
+}  // namespace trace
+VEKR_LEVEL_END
+}  // namespace vekr

@@ -1,4 +1,5 @@
 // The parallel-region helper and the instruction-set detection.
+#include <cpuid.h>
 #include <gtest/gtest.h>
 #include <omp.h>
 
@@ -77,6 +78,39 @@ TEST(Isa, DetectionIsConsistent)
     EXPECT_TRUE(vekr::isaSupported(vekr::bestIsa()));
     if (vekr::isaSupported(vekr::Isa::Avx512)) {
         EXPECT_TRUE(vekr::isaSupported(vekr::Isa::Avx2));
+    }
+}
+
+// Made-up processors: everything a level is compiled with, less one feature
+// or one register state the OS does not save, gives the level below.
+TEST(Isa, EveryCompiledFeatureAndSavedStateIsRequired)
+{
+    using vekr::Isa;
+    const vekr::CpuWords all{bit_SSE3 | bit_SSSE3 | bit_SSE4_1 | bit_SSE4_2 | bit_POPCNT | bit_OSXSAVE | bit_AVX |
+                                 bit_FMA | bit_F16C,
+                             bit_AVX2 | bit_BMI | bit_BMI2 | bit_AVX512F | bit_AVX512BW | bit_AVX512DQ |
+                                 bit_AVX512VL | bit_AVX512CD,
+                             bit_AVX512VNNI, bit_LZCNT, 0xE7};
+    struct Row {
+        int word;  // 0-3: the CPUID words in order, 4: XCR0
+        unsigned long long cleared;
+        Isa best;
+    };
+    const Row rows[] = {{0, 0, Isa::Avx512},           {0, bit_POPCNT, Isa::Sse41},   {0, bit_F16C, Isa::Sse41},
+                        {0, bit_FMA, Isa::Sse41},      {0, bit_OSXSAVE, Isa::Sse41},  {1, bit_BMI, Isa::Sse41},
+                        {1, bit_BMI2, Isa::Sse41},     {3, bit_LZCNT, Isa::Sse41},    {4, 0x4, Isa::Sse41},
+                        {1, bit_AVX512VL, Isa::Avx2},  {1, bit_AVX512DQ, Isa::Avx2},  {2, bit_AVX512VNNI, Isa::Avx2},
+                        {4, 0x20, Isa::Avx2},          {4, 0x80, Isa::Avx2}};
+    for (const Row& r : rows) {
+        vekr::CpuWords cpu = all;
+        unsigned* words[] = {&cpu.leaf1c, &cpu.leaf7b, &cpu.leaf7c, &cpu.ext1c};
+        if (r.word < 4) *words[r.word] &= ~static_cast<unsigned>(r.cleared);
+        else cpu.xcr0 &= ~r.cleared;
+        Isa best = Isa::Sse41;
+        for (Isa isa : {Isa::Avx2, Isa::Avx512})
+            if (vekr::isaRuns(isa, cpu)) best = isa;
+        EXPECT_EQ(best, r.best) << "word " << r.word << " without 0x" << std::hex << r.cleared;
+        EXPECT_TRUE(vekr::isaRuns(Isa::Sse41, cpu) || r.cleared == bit_POPCNT);
     }
 }
 

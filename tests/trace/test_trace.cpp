@@ -1,7 +1,10 @@
 // The four intersection functions (nearest hit, any hit, own origins,
 // successive hits) on every scene and ray set, on the single-ray path and on
-// the packet path at every instruction-set level, against a brute-force
-// reference over all triangles in double precision from the vertices.  Rays
+// the packet path at every instruction-set level (16-lane packets: one
+// register with AVX-512, two halves with AVX2), against a brute-force
+// reference over all triangles in double precision from the vertices; the
+// single-ray path, rays side by side in vector lanes, must give the bits of
+// the one-ray code at every level.  Rays
 // whose answer lies within a narrow band of a tie (an edge, a vertex, two
 // triangles at nearly one distance, an end of the segment, a triangle seen
 // edge-on) may go either way; for them only the validity of what is reported
@@ -258,13 +261,23 @@ struct Run {
         }
     }
     const float* cp(Aligned<float>* a, int c) { return a[c].data() + shift; }
-    void call(Fn f, Isa isa, const RaySet& s)
+    // literal: the one-ray code itself rather than the dispatch at a level.
+    void call(Fn f, Isa isa, const RaySet& s, bool literal = false)
     {
         const float* dirs[3] = {cp(d, 0), cp(d, 1), cp(d, 2)};
         const float* origins[3] = {cp(o, 0), cp(o, 1), cp(o, 2)};
         const float origin[3] = {s.o[0][0], s.o[1][0], s.o[2][0]};
         float* hits[2] = {u.data() + shift, v.data() + shift};
         const VekSize size{shift ? kN : kW, shift ? 1 : kH};
+        if (literal) {
+            using namespace vekr::trace;
+            if (f == Fn::Layers) std::fill(tri.data() + shift, tri.data() + shift + size_t(kN) * layers, -1);
+            if (f == Fn::Nearest) intersectEyeRays(origin, dirs, dist.data() + shift, hits, tri.data() + shift, *ctx, kN);
+            if (f == Fn::Any) intersectAnyRays(origin, dirs, tri.data() + shift, mask.data() + shift, *ctx, kN);
+            if (f == Fn::Own) intersectOwnRays(origins, dirs, dist.data() + shift, hits, tri.data() + shift, *ctx, kN);
+            if (f == Fn::Layers) intersectLayersRays(origin, dirs, dist.data() + shift, hits, tri.data() + shift, *ctx, kN, layers);
+            return;
+        }
         switch (f) {
         case Fn::Nearest:
             vekr::trace::intersectEye(isa, origin, dirs, dist.data() + shift, hits, tri.data() + shift, *ctx, size);
@@ -280,6 +293,16 @@ struct Run {
                                          VekrHitBlockSize{size.width, size.height, layers}, *ctx);
             break;
         }
+    }
+    // Everything the call wrote, as bit patterns.
+    std::vector<uint32_t> written() const
+    {
+        const size_t all = size_t(kN) * layers + 1;
+        std::vector<uint32_t> w(4 * all + kN + 1);
+        const void* from[] = {dist.data(), u.data(), v.data(), tri.data()};
+        for (int i = 0; i < 4; ++i) std::memcpy(w.data() + i * all, from[i], all * 4);
+        std::memcpy(w.data() + 4 * all, mask.data(), (kN + 1) * 4);
+        return w;
     }
     const VekrIntersectContext* ctx = nullptr;
     float fdist(int l, int k) { return dist[size_t(l) * kN + k + shift]; }
@@ -442,16 +465,26 @@ void traceEverything(const Scene& sc, uint32_t seed)
         for (const RaySet& s : sets) {
             if (!s.shared && f != Fn::Own) continue;
             if (f == Fn::Layers && s.name == "limits") continue;
-            std::vector<Isa> levels = supportedIsas();
-            for (int path = -1; path < int(levels.size()); ++path) {
+            // The one-ray code, then the single-ray path and the packet path
+            // at every level.
+            const std::vector<Isa> levels = supportedIsas();
+            const int nl = int(levels.size());
+            std::vector<uint32_t> oneRay;
+            for (int path = -1; path < 2 * nl; ++path) {
+                const bool packet = path >= nl;
                 SCOPED_TRACE(testing::Message() << fnName(f) << ", " << s.name << ", "
-                                                << (path < 0 ? "single-ray path" : vekr::isaName(levels[path])));
+                                                << (path < 0 ? "one-ray code" : packet ? "packet path " : "single-ray path ")
+                                                << (path < 0 ? "" : vekr::isaName(levels[path % nl])));
                 const int layers = f == Fn::Layers ? (seed % 2 ? 12 : 5) : 1;
-                Run r(s, layers, path >= 0, seed);
+                Run r(s, layers, packet, seed);
                 r.ctx = &sc.ctx();
                 std::vector<int> maskIn(kN);
                 for (int k = 0; k < kN; ++k) maskIn[k] = r.mask[k + r.shift];
-                r.call(f, path < 0 ? levels.back() : levels[path], s);
+                r.call(f, levels[(path + nl) % nl], s, path < 0);
+                if (path < 0) oneRay = r.written();
+                if (path >= 0 && !packet) {
+                    EXPECT_TRUE(r.written() == oneRay) << "single-ray path differs from the one-ray code";
+                }
                 Tally tally;
                 if (f == Fn::Any) checkAny(s, r, maskIn, tally);
                 else if (f == Fn::Layers) checkLayers(s, r, tally);
