@@ -70,15 +70,21 @@ void NodeStore::fail(VekStatus st)
 void* NodeStore::take(size_t bytes, int thread)
 {
     bytes = (bytes + 15u) & ~size_t(15u);
-    if (requested_.fetch_add(bytes, std::memory_order_relaxed) + bytes > limit_) {
-        fail(vekStsMemBudget);
-        return nullptr;
-    }
-    Lane& lane = lanes_[static_cast<size_t>(thread) % lanes_.size()];
+    const size_t t = static_cast<size_t>(thread);
+    Lane& lane = lanes_[t < lanes_.size() ? t : t % lanes_.size()];
+    lane.pending += bytes;
     if (static_cast<size_t>(lane.end - lane.next) >= bytes) {
         char* p = lane.next;
         lane.next += bytes;
         return p;
+    }
+    // The lane's requests join the sum whenever it needs a new block, so the
+    // sum lags by less than a block per lane: it only ever refuses too late.
+    const uint64_t sum = requested_.fetch_add(lane.pending, std::memory_order_relaxed) + lane.pending;
+    lane.pending = 0;
+    if (sum > limit_) {
+        fail(vekStsMemBudget);
+        return nullptr;
     }
     const size_t blockBytes = bytes > kBlockBytes / 64 ? bytes : kBlockBytes;
     if (blockBytes / 8 + 2 > 0x7FFFFFFF) {

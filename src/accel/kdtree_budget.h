@@ -60,7 +60,8 @@ bool chargeNodes(Budget& budget, size_t rootListBytes, const VekrKDTreeBuildNode
 // Storage of the records and lists while the tree is built, one bump
 // allocator per thread, released at once by the destructor.  The requests
 // are summed: once they exceed `limit` (what the budget has left for units)
-// no order of charging could pay for them, and take refuses.
+// no order of charging could pay for them, and take refuses (possibly a
+// block per thread later than it could have).
 class NodeStore {
 public:
     // Requests up to a 64th of this share blocks; larger ones get their own.
@@ -82,6 +83,7 @@ private:
     struct alignas(64) Lane {
         char* next = nullptr;
         char* end = nullptr;
+        uint64_t pending = 0;  // requested since the last addition to the sum
         std::vector<void*> blocks;
     };
     std::vector<Lane> lanes_;

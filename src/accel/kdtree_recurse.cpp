@@ -30,7 +30,8 @@ constexpr int32_t kParallelAbove = 75;
 constexpr float kMinExtent = 1e-5f;  // 0x3727C5AC
 constexpr int32_t kOrdersAbove = 8;      // larger nodes read their keys from orders
 constexpr int32_t kTaskFrom = 1024;        // a child this large is built as a task
-constexpr int32_t kAxisTasksFrom = 12288;  // a node this large searches its axes as tasks
+constexpr int32_t kAxisTasksFrom = 12288;  // a node this large searches its axes, and
+                                           // filters its children's orders, as tasks
 
 // The triangle's extent on one axis, kept inside the cell.  A NaN bound
 // takes the cell's.
@@ -243,12 +244,18 @@ void splitNode(const Recursion& rc, const TaskSpace& space, VekrKDTreeBuildNode&
     int32_t* childOrders[2] = {nullptr, nullptr};
     if (ordered && depth + 1 < rc.depthLimit) {
         const int32_t counts[2] = {nb, na};
-        for (int c = 0; c < 2; ++c) {
-            if (counts[c] <= kOrdersAbove) continue;
-            childOrders[c] = rc.pool->take(orderWords(counts[c]));
+        for (int c = 0; c < 2; ++c)
+            if (counts[c] > kOrdersAbove) childOrders[c] = rc.pool->take(orderWords(counts[c]));
+        auto filter = [&](int c) {
             if (childOrders[c])
                 filterOrders(orders, n, space.side, static_cast<uint8_t>(c + 1),
                              ordersIn(childOrders[c], counts[c]));
+        };
+#pragma omp taskgroup
+        {
+#pragma omp task shared(filter) if (rc.threads > 1 && n >= kAxisTasksFrom)
+            filter(0);
+            filter(1);
         }
     }
     ownOrders.release();
