@@ -239,12 +239,6 @@ void leavesIn(const Walk& w, const V3& lo, const V3& hi, Fn&& fn, int node = 0)
     if (hi[n.axis] >= n.split) leavesIn(w, lo, hi, fn, n.child[1]);
 }
 
-template <class Fn>
-void leavesAt(const Walk& w, const V3& p, Fn&& fn)
-{
-    leavesIn(w, p, p, fn);
-}
-
 // Completeness: (1) every triangle is listed in every leaf whose open cell it
 // clearly reaches into; (2) every sample point of every triangle (vertices,
 // edge midpoints, centroid) lies in the closed cell of some leaf that lists
@@ -293,7 +287,7 @@ inline void expectComplete(const vekr::test::Mesh& m, const Walk& w, const VekrB
                            p[1] > region->maxY || p[2] < region->minZ || p[2] > region->maxZ))
                 continue;
             bool found = false;
-            leavesAt(w, p, [&](const Leaf& l) { found = found || listed(l, t); });
+            leavesIn(w, p, p, [&](const Leaf& l) { found = found || listed(l, t); });
             if (!found) {
                 ADD_FAILURE() << "a point of triangle " << t << " lies in no leaf that lists it";
                 ++failures;

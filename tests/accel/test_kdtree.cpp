@@ -5,7 +5,6 @@
 #include <omp.h>
 
 #include <algorithm>
-#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
@@ -69,15 +68,6 @@ void expectValid(const Mesh& m, const Built& b, int depth, const VekrBox3D* regi
 }
 
 
-const Mesh& bunny()
-{
-    static const Mesh m = [] {
-        const std::string path = vekr::test::dataFile("bunny00.off");
-        return path.empty() ? Mesh{} : vekr::test::loadOff(path);
-    }();
-    return m;
-}
-
 struct BuildCase {
     std::string name;
     std::function<Mesh()> mesh;
@@ -100,8 +90,8 @@ std::vector<BuildCase> buildCases()
     out.push_back({"squares_depth9", [] { return vekr::test::gridOfSquares(14); }, 9, 0.25f, false});
     out.push_back({"needles76", [] { return kdrecorded::needles(76); }, 50, 0.0f, false});
     out.push_back({"needles75", [] { return kdrecorded::needles(75); }, 50, 0.0f, false});
-    out.push_back({"bunny", [] { return bunny(); }, 50, 0.0f, false});
-    out.push_back({"bunny_region", [] { return bunny(); }, 20, 0.0f, true});
+    out.push_back({"bunny", [] { return kdrecorded::realMesh("bunny00.off"); }, 50, 0.0f, false});
+    out.push_back({"bunny_region", [] { return kdrecorded::realMesh("bunny00.off"); }, 20, 0.0f, true});
     return out;
 }
 
