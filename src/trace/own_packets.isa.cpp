@@ -107,15 +107,7 @@ void intersectOwnRows(const float* const origins[3], const float* const dirs[3],
         if (!bits) continue;
         tFar = tFar + V(trace::kExitWidening);
         OwnNearestRays p{limit, V(0.0f), V(0.0f), trace::intLanes<V>(-1)};
-        trace::forEachCode(bits, sign, [&](int code, int lanes) {
-            ray.code = code;
-            trace::traverseLanes(ctx.pRootNode, ctx.pAccel, ray, tNear, tFar, L::fromBits(lanes), p);
-        });
-        const int hit = simd::movemask(L::signClear(p.tri)) & bits;
-        g.write(dist, p.dist, hit);
-        g.write(hits[0], p.u, hit);
-        g.write(hits[1], p.v, hit);
-        g.write(tris, p.tri, hit);
+        trace::traceNearestGroup(g, ray, tNear, tFar, bits, sign, p, ctx, dist, hits, tris);
     }
 }
 

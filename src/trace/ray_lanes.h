@@ -188,6 +188,25 @@ inline void forEachCode(int bits, const int sign[3], Fn&& fn)
     }
 }
 
+// The nearest-hit rays of a group after the box: traversed octant code by
+// code with the lanes' policy p (fields dist, u, v, tri), and the lanes
+// that hit a triangle written back.
+template <class V, class Hits>
+inline void traceNearestGroup(RayGroup<V>& g, PacketRay<V>& ray, V tNear, V tFar, int bits,
+                              const int sign[3], Hits& p, const VekrIntersectContext& ctx,
+                              float* dist, float* const hits[2], int* tris)
+{
+    forEachCode(bits, sign, [&](int code, int lanes) {
+        ray.code = code;
+        traverseLanes(ctx.pRootNode, ctx.pAccel, ray, tNear, tFar, Lanes<V>::fromBits(lanes), p);
+    });
+    const int hit = simd::movemask(Lanes<V>::signClear(p.tri)) & bits;
+    g.write(dist, p.dist, hit);
+    g.write(hits[0], p.u, hit);
+    g.write(hits[1], p.v, hit);
+    g.write(tris, p.tri, hit);
+}
+
 }  // namespace trace
 }  // namespace VEKR_ISA_NS
 }  // namespace vekr
