@@ -96,7 +96,7 @@ int32_t triangleBoxes(const float* vertices, const int* triangles, int32_t t,
         float lo[3], hi[3];
         if (region) {
             if (!clipTriangleToBox(a, b, c, *region, lo, hi)) {
-                for (int k = 0; k < 3; ++k) boxes.lo[k][i] = boxes.hi[k][i] = 0.0f;
+                for (int k = 0; k < 3; ++k) boxes.bounds[k][2 * i] = boxes.bounds[k][2 * i + 1] = 0.0f;
                 continue;
             }
         } else {
@@ -117,8 +117,8 @@ int32_t triangleBoxes(const float* vertices, const int* triangles, int32_t t,
             }
         }
         for (int k = 0; k < 3; ++k) {
-            boxes.lo[k][i] = lo[k];
-            boxes.hi[k][i] = hi[k];
+            boxes.bounds[k][2 * i] = lo[k];
+            boxes.bounds[k][2 * i + 1] = hi[k];
         }
         kept[count++] = i;
     }

@@ -8,10 +8,14 @@
 
 namespace vekr::kd {
 
-// Six arrays of t floats: minimum x, y, z then maximum x, y, z per triangle.
+// Per axis 2t floats, a triangle's minimum and maximum side by side (at 2 id
+// and 2 id + 1), so that both bounds of a triangle share a cache line and an
+// event of the build's orders (2 id for a start, 2 id + 1 for an end)
+// indexes its own bound.
 struct TriBoxes {
-    float* lo[3];
-    float* hi[3];
+    float* bounds[3];
+    float lo(int axis, int32_t id) const { return bounds[axis][2 * static_cast<int64_t>(id)]; }
+    float hi(int axis, int32_t id) const { return bounds[axis][2 * static_cast<int64_t>(id) + 1]; }
 };
 
 // Fills the boxes of all t triangles and writes the numbers of the triangles

@@ -58,15 +58,46 @@ AxisResult sweepNoFlats(const uint32_t* s, const uint32_t* e, int32_t m, double 
     return best;
 }
 
+// The empty-space cut, when one applies: between the cell's low end and the
+// lowest start (`first`), or the highest end (`last`) and its high end.
+bool emptyCut(uint32_t first, uint32_t last, int32_t n, float lo, float hi, double r, double S,
+              AxisResult& best) noexcept
+{
+    const double dn = n;
+    const float g = (hi - lo) * 0.1f;
+    const float firstF = keyFloat(first), lastF = keyFloat(last);
+    bool empty = false;
+    if (firstF - lo > g) {
+        best = AxisResult{dn * ((static_cast<double>(hi) - firstF) + r), first, 0, n, 1};
+        empty = true;
+    }
+    if (hi - lastF > g) {
+        const double c = dn * ((lastF - static_cast<double>(lo)) + r);
+        if (!empty || c < best.cost) best = AxisResult{c, last, n, 0, 0};
+        empty = true;
+    }
+    if (empty) best.cost = best.cost * kEmptyBonus * S;
+    return empty;
+}
+
+// r = a*b / (a + b), and S = a + b, of the two other extents.
+struct Shape {
+    double r, S;
+};
+inline Shape shapeOf(float a, float b) noexcept
+{
+    const double P = static_cast<double>(a) * static_cast<double>(b);
+    const double S = static_cast<double>(a) + static_cast<double>(b);
+    return Shape{P < 1e-9 ? 0.0 : P / S, S};
+}
+
 }  // namespace
 
 AxisResult searchAxis(const AxisInput& in) noexcept
 {
     const int32_t m = in.m, f = in.f, n = m + f;
-    const double P = static_cast<double>(in.a) * static_cast<double>(in.b);
-    const double S = static_cast<double>(in.a) + static_cast<double>(in.b);
-    const double r = P < 1e-9 ? 0.0 : P / S;
-    const double lo = in.lo, hi = in.hi, dn = n;
+    const auto [r, S] = shapeOf(in.a, in.b);
+    const double lo = in.lo, hi = in.hi;
 
     AxisResult best{std::numeric_limits<double>::infinity(), 0u, 0, 0, 0};
     if (n == 0) return best;
@@ -81,23 +112,7 @@ AxisResult searchAxis(const AxisInput& in) noexcept
         first = minKey(first, in.flats[0]);
         last = maxKey(last, in.flats[f - 1]);
     }
-
-    const float g = (in.hi - in.lo) * 0.1f;
-    const float firstF = keyFloat(first), lastF = keyFloat(last);
-    bool empty = false;
-    if (firstF - in.lo > g) {
-        best = AxisResult{dn * ((hi - firstF) + r), first, 0, n, 1};
-        empty = true;
-    }
-    if (in.hi - lastF > g) {
-        const double c = dn * ((lastF - lo) + r);
-        if (!empty || c < best.cost) best = AxisResult{c, last, n, 0, 0};
-        empty = true;
-    }
-    if (empty) {
-        best.cost = best.cost * kEmptyBonus * S;
-        return best;
-    }
+    if (emptyCut(first, last, n, in.lo, in.hi, r, S, best)) return best;
 
     const uint32_t* s = in.starts;
     const uint32_t* e = in.ends;
@@ -133,6 +148,63 @@ AxisResult searchAxis(const AxisInput& in) noexcept
             best = AxisResult{c, x, below + (side == 0 ? planar : 0),
                               above + (side == 1 ? planar : 0), side};
         }
+    }
+    best.cost = bestCost * S;
+    return best;
+}
+
+AxisResult searchEvents(const EventInput& in) noexcept
+{
+    const int32_t m = in.m;
+    const auto [r, S] = shapeOf(in.a, in.b);
+    const float lo = in.lo, hi = in.hi;
+    const int32_t* ev = in.events;
+    const float* bound = in.bounds;
+    // An event's bound kept inside the cell.  A start never lies above the
+    // cell, nor an end below it, so one clamp serves both.
+    auto at = [&](int32_t e) {
+        const float v = bound[e];
+        const float w = v > lo ? v : lo;
+        return w < hi ? w : hi;
+    };
+
+    AxisResult best{std::numeric_limits<double>::infinity(), 0u, 0, 0, 0};
+    if (m == 0) return best;
+    // The stream opens with the lowest start and closes with the highest end.
+    if (emptyCut(floatKey(at(ev[0])), floatKey(at(ev[2 * m - 1])), m, lo, hi, r, S, best))
+        return best;
+
+    // As sweepNoFlats, on the one stream: a start is a position when the
+    // event before it is not a start at its place, an end when the event
+    // after it is not an end at its place.  The bounds hold no NaN and no -0,
+    // so equal places are equal floats.  Whether an event is a start or an
+    // end follows no pattern, so the loop has no branch on it.
+    const double dlo = lo, dhi = hi;
+    double bestCost = std::numeric_limits<double>::infinity();
+    int32_t i = 0, j = 0;
+    const int32_t last = 2 * m - 1;
+    float x = at(ev[0]), prevX = 0.0f;
+    int32_t end = ev[0] & 1, prevStart = 0;
+    for (int32_t k = 0; k <= last; ++k) {
+        const int32_t next = ev[k < last ? k + 1 : last];
+        const float nextX = at(next);
+        const int32_t nextEnd = (next & 1) & static_cast<int32_t>(k < last);
+        j += end;
+        const int32_t below = i, above = m - j;
+        const int32_t exactEnd = 1 ^ (nextEnd & static_cast<int32_t>(nextX == x));
+        const int32_t exactStart = 1 ^ (prevStart & static_cast<int32_t>(prevX == x));
+        const int32_t exact = (end & exactEnd) | ((end ^ 1) & exactStart);
+        i += end ^ 1;
+        const double xd = x;
+        const double c = below * ((xd - dlo) + r) + above * ((dhi - xd) + r);
+        if (exact & static_cast<int32_t>(c < bestCost)) {
+            bestCost = c;
+            best = AxisResult{c, floatKey(x), below, above, 0};
+        }
+        prevX = x;
+        prevStart = end ^ 1;
+        x = nextX;
+        end = nextEnd;
     }
     best.cost = bestCost * S;
     return best;

@@ -33,4 +33,18 @@ constexpr double kEmptyBonus = static_cast<double>(0.7f);
 
 AxisResult searchAxis(const AxisInput& in) noexcept;
 
+// The same search for a node in which no triangle lies in a plane across the
+// axis, read straight off the node's events (kdtree_orders): each event
+// 2 * id (start) or 2 * id + 1 (end), 2m of them in key order of the bounds
+// kept inside [lo, hi], an end before a start of the same key.
+struct EventInput {
+    const int32_t* events;
+    int32_t m;
+    const float* bounds;  // the triangles' bounds on the axis, indexed by event
+    float lo, hi;
+    float a, b;
+};
+
+AxisResult searchEvents(const EventInput& in) noexcept;
+
 }  // namespace vekr::kd

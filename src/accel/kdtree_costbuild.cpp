@@ -70,8 +70,7 @@ VekStatus buildCostDrivenStats(const float* vertices, const int* triangles, int3
     Recursion rc{};
     float* b = static_cast<float*>(boxesBlock.get());
     for (int a = 0; a < 3; ++a) {
-        rc.boxes.lo[a] = b + a * static_cast<size_t>(t);
-        rc.boxes.hi[a] = b + (3 + a) * static_cast<size_t>(t);
+        rc.boxes.bounds[a] = b + 2 * a * static_cast<size_t>(t);
     }
 
     rc.threads = ownGetNumThreads() > 1 ? ownGetNumThreads() : 1;
@@ -93,12 +92,10 @@ VekStatus buildCostDrivenStats(const float* vertices, const int* triangles, int3
     NodeBox box;
     for (int a = 0; a < 3; ++a) {
         float lo = INFINITY, hi = -INFINITY;
-        const float* bl = rc.boxes.lo[a];
-        const float* bh = rc.boxes.hi[a];
         for (int32_t i = 0; i < kept; ++i) {
-            const int32_t id = list[i];
-            lo = bl[id] < lo ? bl[id] : lo;
-            hi = bh[id] > hi ? bh[id] : hi;
+            const float l = rc.boxes.lo(a, list[i]), h = rc.boxes.hi(a, list[i]);
+            lo = l < lo ? l : lo;
+            hi = h > hi ? h : hi;
         }
         box.lo[a] = lo;
         box.hi[a] = hi;

@@ -10,11 +10,6 @@ namespace vekr::kd {
 
 namespace {
 
-// Sort keys of the orders: a NaN lower bound before every number, a NaN
-// upper bound after every number.
-inline uint32_t startOrderKey(float v) { return std::isnan(v) ? 0u : floatKey(v); }
-inline uint32_t endOrderKey(float v) { return std::isnan(v) ? ~0u : floatKey(v); }
-
 // Least-significant-digit radix sort of ids by keys, 11 bits per pass; the
 // sorted ids end in out.  keys, ids and the two spare arrays hold n words.
 void sortIdsByKey(uint32_t* keys, int32_t* ids, uint32_t* spareKeys, int32_t* spareIds,
@@ -55,72 +50,106 @@ Orders ordersIn(int32_t* words, int32_t n) noexcept
 {
     Orders o;
     for (int a = 0; a < 3; ++a) {
-        o.byStart[a] = words + a * static_cast<int64_t>(n);
-        o.byEnd[a] = words + (3 + a) * static_cast<int64_t>(n);
+        o.f[a] = words[a];
+        o.m[a] = n - o.f[a];
+        o.flats[a] = words + 3 + 2 * static_cast<int64_t>(n) * a;
+        o.events[a] = o.flats[a] + o.f[a];
     }
     return o;
 }
 
-void sortOrders(const TriBoxes& boxes, const int32_t* list, int32_t n, int axis,
-                const Orders& out, uint32_t* scratch) noexcept
+bool orderable(const TriBoxes& boxes, const int32_t* list, int32_t n) noexcept
 {
+    bool nan = false;
+    for (int a = 0; a < 3; ++a)
+        for (int32_t i = 0; i < n; ++i)
+            nan |= std::isnan(boxes.lo(a, list[i])) | std::isnan(boxes.hi(a, list[i]));
+    return !nan;
+}
+
+void sortOrders(const TriBoxes& boxes, const int32_t* list, int32_t n, int axis, float lo,
+                float hi, int32_t* words, uint32_t* scratch) noexcept
+{
+    const float* B = boxes.bounds[axis];
+    int32_t* region = words + 3 + 2 * static_cast<int64_t>(n) * axis;
+    int32_t* byStart = region;
+    int32_t* byEnd = region + n;
     uint32_t* keys = scratch;
     int32_t* ids = reinterpret_cast<int32_t*>(scratch + n);
     uint32_t* spareKeys = scratch + 2 * static_cast<int64_t>(n);
     int32_t* spareIds = reinterpret_cast<int32_t*>(scratch + 3 * static_cast<int64_t>(n));
     for (int side = 0; side < 2; ++side) {
-        const float* bound = side == 0 ? boxes.lo[axis] : boxes.hi[axis];
         for (int32_t i = 0; i < n; ++i) {
-            const float v = bound[list[i]];
-            keys[i] = side == 0 ? startOrderKey(v) : endOrderKey(v);
+            keys[i] = floatKey(B[2 * list[i] + side]);
             ids[i] = list[i];
         }
-        sortIdsByKey(keys, ids, spareKeys, spareIds, n, side == 0 ? out.byStart[axis] : out.byEnd[axis]);
+        sortIdsByKey(keys, ids, spareKeys, spareIds, n, side == 0 ? byStart : byEnd);
     }
-}
 
-int32_t keysFromOrders(const TriBoxes& boxes, const Orders& in, int32_t n, int axis, float lo,
-                       float hi, uint32_t* startsAndFlats, uint32_t* ends) noexcept
-{
-    const float* bl = boxes.lo[axis];
-    const float* bh = boxes.hi[axis];
-    // Starts in order; the flats gather in `ends` for the moment.
-    int32_t m = 0, f = 0;
-    const int32_t* byStart = in.byStart[axis];
+    // The flats, and the starts and ends of the others, each in order.
+    int32_t* flats = reinterpret_cast<int32_t*>(scratch);
+    int32_t* starts = flats + n;
+    int32_t* ends = flats + 2 * static_cast<int64_t>(n);
+    auto flat = [&](int32_t id) { return clampedStart(B[2 * id], lo) == clampedEnd(B[2 * id + 1], hi); };
+    int32_t f = 0, m = 0, e = 0;
     for (int32_t i = 0; i < n; ++i) {
         const int32_t id = byStart[i];
-        const uint32_t ks = clampedStart(bl[id], lo), ke = clampedEnd(bh[id], hi);
-        if (ks == ke)
-            ends[f++] = ks;
+        if (flat(id))
+            flats[f++] = id;
         else
-            startsAndFlats[m++] = ks;
+            starts[m++] = id;
     }
-    std::memcpy(startsAndFlats + m, ends, sizeof(uint32_t) * static_cast<size_t>(f));
-    const int32_t* byEnd = in.byEnd[axis];
-    if (f == 0) {  // every triangle has an extent: only the ends are needed
-        for (int32_t i = 0; i < n; ++i) ends[i] = clampedEnd(bh[byEnd[i]], hi);
-        return m;
+    for (int32_t i = 0; i < n; ++i)
+        if (!flat(byEnd[i])) ends[e++] = byEnd[i];
+
+    // One stream, an end before a start of the same key.
+    words[axis] = f;
+    std::memcpy(region, flats, sizeof(int32_t) * static_cast<size_t>(f));
+    int32_t* out = region + f;
+    int32_t s = 0;
+    e = 0;
+    while (e < m) {
+        if (s < m && floatKey(B[2 * starts[s]]) < floatKey(B[2 * ends[e] + 1]))
+            *out++ = 2 * starts[s++];
+        else
+            *out++ = 2 * ends[e++] + 1;
     }
-    int32_t e = 0;
-    for (int32_t i = 0; i < n; ++i) {
-        const int32_t id = byEnd[i];
-        const uint32_t ks = clampedStart(bl[id], lo), ke = clampedEnd(bh[id], hi);
-        if (ks != ke) ends[e++] = ke;
-    }
-    return m;
 }
 
-void filterOrders(const Orders& in, int32_t n, const uint8_t* side, uint8_t mask,
-                  const Orders& out) noexcept
+void keysFromOrders(const TriBoxes& boxes, const Orders& in, int axis, float lo, float hi,
+                    uint32_t* startsAndFlats, uint32_t* ends) noexcept
 {
-    for (int k = 0; k < 6; ++k) {
-        const int32_t* src = k < 3 ? in.byStart[k] : in.byEnd[k - 3];
-        int32_t* dst = k < 3 ? out.byStart[k] : out.byEnd[k - 3];
+    const float* B = boxes.bounds[axis];
+    const int32_t m = in.m[axis], f = in.f[axis];
+    const int32_t* events = in.events[axis];
+    int32_t s = 0, e = 0;
+    for (int32_t k = 0; k < 2 * m; ++k) {
+        const int32_t ev = events[k];
+        if (isEnd(ev))
+            ends[e++] = clampedEnd(B[ev], hi);
+        else
+            startsAndFlats[s++] = clampedStart(B[ev], lo);
+    }
+    for (int32_t k = 0; k < f; ++k) startsAndFlats[m + k] = clampedStart(B[2 * in.flats[axis][k]], lo);
+}
+
+void filterOrders(const Orders& in, const uint8_t* side, uint8_t mask, int32_t* outWords,
+                  int32_t nOut) noexcept
+{
+    for (int a = 0; a < 3; ++a) {
+        int32_t* dst = outWords + 3 + 2 * static_cast<int64_t>(nOut) * a;
         int32_t kept = 0;
-        for (int32_t i = 0; i < n; ++i) {
-            const int32_t id = src[i];
+        for (int32_t k = 0; k < in.f[a]; ++k) {
+            const int32_t id = in.flats[a][k];
             dst[kept] = id;  // written always, kept only when the child has it
             kept += (side[id] & mask) != 0;
+        }
+        outWords[a] = kept;
+        const int32_t* events = in.events[a];
+        for (int32_t k = 0; k < 2 * in.m[a]; ++k) {
+            const int32_t ev = events[k];
+            dst[kept] = ev;
+            kept += (side[eventTriangle(ev)] & mask) != 0;
         }
     }
 }

@@ -54,13 +54,13 @@ AxisResult searchSorting(const Recursion& rc, int axis, const int32_t* list, int
     uint32_t* starts = scratch;
     uint32_t* ends = scratch + n;
     uint32_t* spare = scratch + 2 * static_cast<int64_t>(n);
-    const float* bl = rc.boxes.lo[axis];
-    const float* bh = rc.boxes.hi[axis];
+    const float* B = rc.boxes.bounds[axis];
     const float lo = box.lo[axis], hi = box.hi[axis];
     int32_t m = 0, tail = n;
     for (int32_t i = 0; i < n; ++i) {
         const int32_t id = list[i];
-        const uint32_t ks = floatKey(clampLo(bl[id], lo)), ke = floatKey(clampHi(bh[id], hi));
+        const uint32_t ks = floatKey(clampLo(B[2 * id], lo));
+        const uint32_t ke = floatKey(clampHi(B[2 * id + 1], hi));
         if (ks == ke) {
             starts[--tail] = ks;
         } else {
@@ -75,13 +75,20 @@ AxisResult searchSorting(const Recursion& rc, int axis, const int32_t* list, int
     return searchKeys(axis, starts, ends, m, n, box);
 }
 
-// Reads the node's sorted keys off its orders; scratch holds 2n words.
+// Searches the node on one axis from its orders: straight off the events
+// when no triangle lies flat, otherwise on keys read off the orders into
+// scratch (2n words).
 AxisResult searchOrdered(const Recursion& rc, int axis, const Orders& orders, int32_t n,
                          const NodeBox& box, uint32_t* scratch)
 {
-    const int32_t m = keysFromOrders(rc.boxes, orders, n, axis, box.lo[axis], box.hi[axis],
-                                     scratch, scratch + n);
-    return searchKeys(axis, scratch, scratch + n, m, n, box);
+    const int o1 = axis == 0 ? 1 : 0, o2 = axis == 2 ? 1 : 2;
+    if (orders.f[axis] == 0) {
+        return searchEvents(EventInput{orders.events[axis], orders.m[axis],
+                                       rc.boxes.bounds[axis], box.lo[axis], box.hi[axis],
+                                       box.hi[o1] - box.lo[o1], box.hi[o2] - box.lo[o2]});
+    }
+    keysFromOrders(rc.boxes, orders, axis, box.lo[axis], box.hi[axis], scratch, scratch + n);
+    return searchKeys(axis, scratch, scratch + n, orders.m[axis], n, box);
 }
 
 // Writes the children's lists: below when the start lies below the split,
@@ -92,14 +99,13 @@ void partition(const Recursion& rc, int axis, uint32_t xKey, int32_t side, const
                int32_t n, const NodeBox& box, int32_t* below, int32_t* above, int32_t& nb,
                int32_t& na, uint8_t* sideOf)
 {
-    const float* bl = rc.boxes.lo[axis];
-    const float* bh = rc.boxes.hi[axis];
+    const float* B = rc.boxes.bounds[axis];
     const float lo = box.lo[axis], hi = box.hi[axis];
     int32_t b = 0, a = 0;
     for (int32_t i = 0; i < n; ++i) {
         const int32_t id = list[i];
-        const uint32_t ks = floatKey(clampLo(bl[id], lo));
-        const uint32_t ke = floatKey(clampHi(bh[id], hi));
+        const uint32_t ks = floatKey(clampLo(B[2 * id], lo));
+        const uint32_t ke = floatKey(clampHi(B[2 * id + 1], hi));
         bool toBelow, toAbove;
         if (ks == ke) {
             toBelow = ks < xKey || (ks == xKey && side == 0);
@@ -248,8 +254,8 @@ void splitNode(const Recursion& rc, const TaskSpace& space, VekrKDTreeBuildNode&
             if (counts[c] > kOrdersAbove) childOrders[c] = rc.pool->take(orderWords(counts[c]));
         auto filter = [&](int c) {
             if (childOrders[c])
-                filterOrders(orders, n, space.side, static_cast<uint8_t>(c + 1),
-                             ordersIn(childOrders[c], counts[c]));
+                filterOrders(orders, space.side, static_cast<uint8_t>(c + 1), childOrders[c],
+                             counts[c]);
         };
 #pragma omp taskgroup
         {
@@ -285,18 +291,21 @@ void buildTree(const Recursion& rc, const TaskSpace& space, VekrKDTreeBuildNode&
     const int32_t n = root.value;
     const auto* list = static_cast<const int32_t*>(root.ptr);
     int32_t* orders = nullptr;
-    if (n > kOrdersAbove && rc.depthLimit > 0) orders = rc.pool->take(orderWords(n));
+    if (n > kOrdersAbove && rc.depthLimit > 0 && orderable(rc.boxes, list, n))
+        orders = rc.pool->take(orderWords(n));
     // The root's orders, two axes at a time (4n words of scratch each).
     auto sortAxes = [&] {
         if (!orders) return;
-        const Orders o = ordersIn(orders, n);
+        auto sortAxis = [&](int a, uint32_t* scratch) {
+            sortOrders(rc.boxes, list, n, a, box.lo[a], box.hi[a], orders, scratch);
+        };
 #pragma omp taskgroup
         {
-#pragma omp task shared(o) if (rc.threads > 1)
-            sortOrders(rc.boxes, list, n, 1, o, space.scratch + 4 * static_cast<int64_t>(n));
-            sortOrders(rc.boxes, list, n, 0, o, space.scratch);
+#pragma omp task shared(sortAxis) if (rc.threads > 1)
+            sortAxis(1, space.scratch + 4 * static_cast<int64_t>(n));
+            sortAxis(0, space.scratch);
         }
-        sortOrders(rc.boxes, list, n, 2, o, space.scratch);
+        sortAxis(2, space.scratch);
     };
     if (rc.threads > 1) {
 #pragma omp parallel num_threads(rc.threads)
