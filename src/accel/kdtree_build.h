@@ -21,13 +21,16 @@ VekStatus buildCostDriven(const float* vertices, const int* triangles, int32_t v
 }  // namespace vekr::kd
 
 #include "accel/kdtree_buildnode.h"
+#include "core/isa.h"
 
 namespace vekr::kd {
 
-// The same build, reporting what it charged against the budget (tests).
+// The same build, reporting what it charged against the budget, with its
+// cost sweep at the given level (tests).
 VekStatus buildCostDrivenStats(const float* vertices, const int* triangles, int32_t vertexCount,
                                int32_t triangleCount, float threshold, int32_t depthLimit,
                                uint32_t budgetBytes, const VekrBox3D* region,
-                               VekrKDTreeNode** ppTree, int* pTreeSize, BuildStats* stats);
+                               VekrKDTreeNode** ppTree, int* pTreeSize, BuildStats* stats,
+                               Isa isa);
 
 }  // namespace vekr::kd

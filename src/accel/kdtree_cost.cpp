@@ -153,20 +153,14 @@ AxisResult searchAxis(const AxisInput& in) noexcept
     return best;
 }
 
-AxisResult searchEvents(const EventInput& in) noexcept
+AxisResult searchEvents(const EventInput& in, Isa isa) noexcept
 {
     const int32_t m = in.m;
     const auto [r, S] = shapeOf(in.a, in.b);
     const float lo = in.lo, hi = in.hi;
     const int32_t* ev = in.events;
     const float* bound = in.bounds;
-    // An event's bound kept inside the cell.  A start never lies above the
-    // cell, nor an end below it, so one clamp serves both.
-    auto at = [&](int32_t e) {
-        const float v = bound[e];
-        const float w = v > lo ? v : lo;
-        return w < hi ? w : hi;
-    };
+    auto at = [&](int32_t e) { return clampEvent(bound[e], lo, hi); };
 
     AxisResult best{std::numeric_limits<double>::infinity(), 0u, 0, 0, 0};
     if (m == 0) return best;
@@ -179,35 +173,36 @@ AxisResult searchEvents(const EventInput& in) noexcept
     // after it is not an end at its place.  The bounds hold no NaN and no -0,
     // so equal places are equal floats.  Whether an event is a start or an
     // end follows no pattern, so the loop has no branch on it.
+    SweepState st{0, 0, 0.0f, 0, std::numeric_limits<double>::infinity(), 0.0f, 0, 0};
+    int32_t k = VEKR_ISA_CALL(isa, sweepEventBlocks(in, r, st));
     const double dlo = lo, dhi = hi;
-    double bestCost = std::numeric_limits<double>::infinity();
-    int32_t i = 0, j = 0;
     const int32_t last = 2 * m - 1;
-    float x = at(ev[0]), prevX = 0.0f;
-    int32_t end = ev[0] & 1, prevStart = 0;
-    for (int32_t k = 0; k <= last; ++k) {
+    float x = at(ev[k]);
+    int32_t end = ev[k] & 1;
+    for (; k <= last; ++k) {
         const int32_t next = ev[k < last ? k + 1 : last];
         const float nextX = at(next);
         const int32_t nextEnd = (next & 1) & static_cast<int32_t>(k < last);
-        j += end;
-        const int32_t below = i, above = m - j;
+        st.j += end;
+        const int32_t below = st.i, above = m - st.j;
         const int32_t exactEnd = 1 ^ (nextEnd & static_cast<int32_t>(nextX == x));
-        const int32_t exactStart = 1 ^ (prevStart & static_cast<int32_t>(prevX == x));
+        const int32_t exactStart = 1 ^ (st.prevStart & static_cast<int32_t>(st.prevX == x));
         const int32_t exact = (end & exactEnd) | ((end ^ 1) & exactStart);
-        i += end ^ 1;
+        st.i += end ^ 1;
         const double xd = x;
         const double c = below * ((xd - dlo) + r) + above * ((dhi - xd) + r);
-        if (exact & static_cast<int32_t>(c < bestCost)) {
-            bestCost = c;
-            best = AxisResult{c, floatKey(x), below, above, 0};
+        if (exact & static_cast<int32_t>(c < st.bestCost)) {
+            st.bestCost = c;
+            st.bestX = x;
+            st.bestBelow = below;
+            st.bestAbove = above;
         }
-        prevX = x;
-        prevStart = end ^ 1;
+        st.prevX = x;
+        st.prevStart = end ^ 1;
         x = nextX;
         end = nextEnd;
     }
-    best.cost = bestCost * S;
-    return best;
+    return AxisResult{st.bestCost * S, floatKey(st.bestX), st.bestBelow, st.bestAbove, 0};
 }
 
 }  // namespace vekr::kd

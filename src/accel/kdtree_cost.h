@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "core/isa.h"
+
 namespace vekr::kd {
 
 // The result record of one axis.  Counts include the triangles lying in the
@@ -45,6 +47,45 @@ struct EventInput {
     float a, b;
 };
 
-AxisResult searchEvents(const EventInput& in) noexcept;
+AxisResult searchEvents(const EventInput& in, Isa isa) noexcept;
+
+// The running state of that search, handed from the wide blocks to the
+// one-event loop that finishes the stream.
+struct SweepState {
+    int32_t i, j;       // starts and ends taken
+    float prevX;        // the event before: its place, and whether a start
+    int32_t prevStart;
+    double bestCost;    // the best position so far, its place and counts
+    float bestX;
+    int32_t bestBelow, bestAbove;
+};
+
+}  // namespace vekr::kd
+
+namespace vekr {
+
+// Sweeps the events of `in` from the first, a block of lanes at a time,
+// while a whole block and one event after it remain; returns how many
+// events it took (none at the SSE level).  r: a*b / (a + b).
+VEKR_ISA_DECLARE(int32_t sweepEventBlocks(const ::vekr::kd::EventInput& in, double r,
+                                          ::vekr::kd::SweepState& st));
+
+VEKR_LEVEL_BEGIN
+namespace kd {
+
+// An event's bound kept inside the cell [lo, hi].  A start never lies above
+// the cell, nor an end below it, so one clamp serves both (and it is what
+// max then min give: the bound when inside, else the end of the cell).
+inline float clampEvent(float v, float lo, float hi) noexcept
+{
+    const float w = v > lo ? v : lo;
+    return w < hi ? w : hi;
+}
+
+}  // namespace kd
+VEKR_LEVEL_END
+}  // namespace vekr
+
+namespace vekr::kd {
 
 }  // namespace vekr::kd

@@ -39,7 +39,8 @@ using Owned = std::unique_ptr<void, FreeBlock>;
 VekStatus buildCostDrivenStats(const float* vertices, const int* triangles, int32_t vertexCount,
                                int32_t triangleCount, float threshold, int32_t depthLimit,
                                uint32_t budgetBytes, const VekrBox3D* region,
-                               VekrKDTreeNode** ppTree, int* pTreeSize, BuildStats* stats)
+                               VekrKDTreeNode** ppTree, int* pTreeSize, BuildStats* stats,
+                               Isa isa)
 {
     const uint32_t t = static_cast<uint32_t>(triangleCount);
     const uint32_t v = static_cast<uint32_t>(vertexCount);
@@ -74,6 +75,7 @@ VekStatus buildCostDrivenStats(const float* vertices, const int* triangles, int3
     }
 
     rc.threads = ownGetNumThreads() > 1 ? ownGetNumThreads() : 1;
+    rc.isa = isa;
     // Records and lists may take what the budget has left for units; each
     // thread's partly used block comes out of the spare memory.
     NodeStore store(rc.threads, budget.remaining());
@@ -117,7 +119,8 @@ VekStatus buildCostDriven(const float* vertices, const int* triangles, int32_t v
                           VekrKDTreeNode** ppTree, int* pTreeSize)
 {
     return buildCostDrivenStats(vertices, triangles, vertexCount, triangleCount, threshold,
-                                depthLimit, budgetBytes, region, ppTree, pTreeSize, nullptr);
+                                depthLimit, budgetBytes, region, ppTree, pTreeSize, nullptr,
+                                bestIsa());
 }
 
 }  // namespace vekr::kd

@@ -85,7 +85,8 @@ AxisResult searchOrdered(const Recursion& rc, int axis, const Orders& orders, in
     if (orders.f[axis] == 0) {
         return searchEvents(EventInput{orders.events[axis], orders.m[axis],
                                        rc.boxes.bounds[axis], box.lo[axis], box.hi[axis],
-                                       box.hi[o1] - box.lo[o1], box.hi[o2] - box.lo[o2]});
+                                       box.hi[o1] - box.lo[o1], box.hi[o2] - box.lo[o2]},
+                            rc.isa);
     }
     keysFromOrders(rc.boxes, orders, axis, box.lo[axis], box.hi[axis], scratch, scratch + n);
     return searchKeys(axis, scratch, scratch + n, orders.m[axis], n, box);

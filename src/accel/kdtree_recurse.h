@@ -7,6 +7,7 @@
 #include "accel/kdtree_boxes.h"
 #include "accel/kdtree_budget.h"
 #include "accel/kdtree_buildnode.h"
+#include "core/isa.h"
 
 namespace vekr::kd {
 
@@ -24,6 +25,7 @@ struct Recursion {
     float q;           // split-acceptance factor
     int32_t depthLimit;  // a node at this depth stays a leaf
     int threads;       // threads of the build; 1: no tasks
+    Isa isa;           // level of the cost sweep's wide blocks
 };
 
 // What one task owns while it builds a subtree: key scratch for the nodes

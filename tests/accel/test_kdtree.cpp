@@ -47,7 +47,8 @@ Built build(const Mesh& m, int depth, float thr, uint32_t mb, const VekrBox3D* r
     VekrKDTreeNode* tree = nullptr;
     b.status = vekr::kd::buildCostDrivenStats(vertices(m), triangles(m),
                                               m.vertexCount(), m.triangleCount(), thr, depth,
-                                              mb << 20, region, &tree, &b.size, &b.stats);
+                                              mb << 20, region, &tree, &b.size, &b.stats,
+                                              vekr::bestIsa());
     if (b.status == vekStsOk) {
         b.bytes.assign(reinterpret_cast<char*>(tree), reinterpret_cast<char*>(tree) + b.size);
         vekrKDTreeFree(tree);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/isa.h"
+#include "isa_levels.h"
 #include "testutil.h"
 #include "vekr.h"
 
@@ -65,14 +66,6 @@ inline const Mesh* bunnyMesh()
         return path.empty() ? static_cast<const Mesh*>(nullptr) : new Mesh(loadOff(path));
     }();
     return mesh;
-}
-
-inline std::vector<Isa> supportedIsas()
-{
-    std::vector<Isa> out;
-    for (int i = 0; i < kIsaCount; ++i)
-        if (isaSupported(static_cast<Isa>(i))) out.push_back(static_cast<Isa>(i));
-    return out;
 }
 
 }  // namespace vekr::test
