@@ -10,6 +10,14 @@ namespace vekr::kd {
 
 namespace {
 
+// An axis's region of n triangles' orders: after the three flat counts,
+// 2n words and the spare one the filter writes into, so that the axes can
+// be filtered at the same time.
+inline int32_t* axisRegion(int32_t* words, int32_t n, int axis)
+{
+    return words + 3 + (2 * static_cast<int64_t>(n) + 1) * axis;
+}
+
 // Least-significant-digit radix sort of ids by keys, 11 bits per pass; the
 // sorted ids end in out.  keys, ids and the two spare arrays hold n words.
 void sortIdsByKey(uint32_t* keys, int32_t* ids, uint32_t* spareKeys, int32_t* spareIds,
@@ -52,7 +60,7 @@ Orders ordersIn(int32_t* words, int32_t n) noexcept
     for (int a = 0; a < 3; ++a) {
         o.f[a] = words[a];
         o.m[a] = n - o.f[a];
-        o.flats[a] = words + 3 + 2 * static_cast<int64_t>(n) * a;
+        o.flats[a] = axisRegion(words, n, a);
         o.events[a] = o.flats[a] + o.f[a];
     }
     return o;
@@ -71,7 +79,7 @@ void sortOrders(const TriBoxes& boxes, const int32_t* list, int32_t n, int axis,
                 float hi, int32_t* words, uint32_t* scratch) noexcept
 {
     const float* B = boxes.bounds[axis];
-    int32_t* region = words + 3 + 2 * static_cast<int64_t>(n) * axis;
+    int32_t* region = axisRegion(words, n, axis);
     int32_t* byStart = region;
     int32_t* byEnd = region + n;
     uint32_t* keys = scratch;
@@ -133,24 +141,65 @@ void keysFromOrders(const TriBoxes& boxes, const Orders& in, int axis, float lo,
     for (int32_t k = 0; k < f; ++k) startsAndFlats[m + k] = clampedStart(B[2 * in.flats[axis][k]], lo);
 }
 
-void filterOrders(const Orders& in, const uint8_t* side, uint8_t mask, int32_t* outWords,
-                  int32_t nOut) noexcept
+namespace {
+
+// One list of one axis (the flats or the events) into both children; each
+// entry is written to both and kept by the child whose bit its side has.
+// The writes go one past what is kept.
+template <int Shift>
+void splitList(const int32_t* src, int32_t count, const uint8_t* side, int32_t* below,
+               int32_t& keptBelow, int32_t* above, int32_t& keptAbove) noexcept
 {
-    for (int a = 0; a < 3; ++a) {
-        int32_t* dst = outWords + 3 + 2 * static_cast<int64_t>(nOut) * a;
-        int32_t kept = 0;
-        for (int32_t k = 0; k < in.f[a]; ++k) {
-            const int32_t id = in.flats[a][k];
-            dst[kept] = id;  // written always, kept only when the child has it
-            kept += (side[id] & mask) != 0;
-        }
-        outWords[a] = kept;
-        const int32_t* events = in.events[a];
-        for (int32_t k = 0; k < 2 * in.m[a]; ++k) {
-            const int32_t ev = events[k];
-            dst[kept] = ev;
-            kept += (side[eventTriangle(ev)] & mask) != 0;
-        }
+    int32_t b = keptBelow, a = keptAbove;
+    for (int32_t k = 0; k < count; ++k) {
+        const int32_t v = src[k];
+        const uint32_t s = side[v >> Shift];
+        below[b] = v;
+        above[a] = v;
+        b += static_cast<int32_t>(s & 1u);
+        a += static_cast<int32_t>(s >> 1);
+    }
+    keptBelow = b;
+    keptAbove = a;
+}
+
+template <int Shift>
+void keepList(const int32_t* src, int32_t count, const uint8_t* side, uint8_t mask, int32_t* out,
+              int32_t& kept) noexcept
+{
+    int32_t c = kept;
+    for (int32_t k = 0; k < count; ++k) {
+        const int32_t v = src[k];
+        out[c] = v;
+        c += (side[v >> Shift] & mask) != 0;
+    }
+    kept = c;
+}
+
+}  // namespace
+
+void filterOrders(const Orders& in, int axis, const uint8_t* side, int32_t* belowWords,
+                  int32_t nBelow, int32_t* aboveWords, int32_t nAbove) noexcept
+{
+    // Per child: the flats from the start of the axis's region, then the events.
+    int32_t* below = belowWords ? axisRegion(belowWords, nBelow, axis) : nullptr;
+    int32_t* above = aboveWords ? axisRegion(aboveWords, nAbove, axis) : nullptr;
+    const int32_t* flats = in.flats[axis];
+    const int32_t* events = in.events[axis];
+    const int32_t f = in.f[axis], e = 2 * in.m[axis];
+    int32_t b = 0, a = 0;
+    if (below && above) {
+        splitList<0>(flats, f, side, below, b, above, a);
+        belowWords[axis] = b;
+        aboveWords[axis] = a;
+        splitList<1>(events, e, side, below, b, above, a);
+    } else if (below || above) {
+        int32_t* out = below ? below : above;
+        int32_t* words = below ? belowWords : aboveWords;
+        const uint8_t mask = below ? 1 : 2;
+        keepList<0>(flats, f, side, mask, out, b);
+        words[axis] = b;
+        keepList<1>(events, e, side, mask, out, b);
     }
 }
 

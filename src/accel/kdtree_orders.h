@@ -39,9 +39,9 @@ struct Orders {
 };
 
 // Words of one node's orders of n triangles: the three flat counts, then per
-// axis 2n words (the flats, then the events), and one spare word (the
-// filter writes one past).
-constexpr int64_t orderWords(int32_t n) { return 6 * static_cast<int64_t>(n) + 4; }
+// axis 2n words (the flats, then the events) and one spare word (the filter
+// writes one past).
+constexpr int64_t orderWords(int32_t n) { return 6 * static_cast<int64_t>(n) + 6; }
 
 // The orders of n triangles stored in `words`.
 Orders ordersIn(int32_t* words, int32_t n) noexcept;
@@ -63,9 +63,11 @@ void sortOrders(const TriBoxes& boxes, const int32_t* list, int32_t n, int axis,
 void keysFromOrders(const TriBoxes& boxes, const Orders& in, int axis, float lo, float hi,
                     uint32_t* startsAndFlats, uint32_t* ends) noexcept;
 
-// Writes the orders of one child of nOut triangles into outWords: the
-// triangles id with side[id] & mask, in the order they have in `in`.
-void filterOrders(const Orders& in, const uint8_t* side, uint8_t mask, int32_t* outWords,
-                  int32_t nOut) noexcept;
+// Writes one axis of the orders of the children, in one pass: the triangles
+// id with side[id] & 1 go below (nBelow of them, into belowWords), those
+// with side[id] & 2 above, in the order they have in `in`.  A child whose
+// words are null gets none.
+void filterOrders(const Orders& in, int axis, const uint8_t* side, int32_t* belowWords,
+                  int32_t nBelow, int32_t* aboveWords, int32_t nAbove) noexcept;
 
 }  // namespace vekr::kd

@@ -253,16 +253,16 @@ void splitNode(const Recursion& rc, const TaskSpace& space, VekrKDTreeBuildNode&
         const int32_t counts[2] = {nb, na};
         for (int c = 0; c < 2; ++c)
             if (counts[c] > kOrdersAbove) childOrders[c] = rc.pool->take(orderWords(counts[c]));
-        auto filter = [&](int c) {
-            if (childOrders[c])
-                filterOrders(orders, space.side, static_cast<uint8_t>(c + 1), childOrders[c],
-                             counts[c]);
+        auto filter = [&](int axis) {
+            filterOrders(orders, axis, space.side, childOrders[0], nb, childOrders[1], na);
         };
 #pragma omp taskgroup
         {
 #pragma omp task shared(filter) if (rc.threads > 1 && n >= kAxisTasksFrom)
             filter(0);
+#pragma omp task shared(filter) if (rc.threads > 1 && n >= kAxisTasksFrom)
             filter(1);
+            filter(2);
         }
     }
     ownOrders.release();
