@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "core/parallel.h"
+
 namespace vekr::kd {
 
 namespace {
@@ -84,44 +86,68 @@ bool clipTriangleToBox(const float* a, const float* b, const float* c, const Vek
     return true;
 }
 
-int32_t triangleBoxes(const float* vertices, const int* triangles, int32_t t,
-                      const VekrBox3D* region, const TriBoxes& boxes, int32_t* kept) noexcept
+namespace {
+
+// The box of triangle i, or false when a region is given and the triangle
+// has nothing inside it (its box is then zero).
+bool boxOf(const float* vertices, const int* triangles, int32_t i, const VekrBox3D* region,
+           const TriBoxes& boxes) noexcept
 {
-    int32_t count = 0;
-    for (int32_t i = 0; i < t; ++i) {
-        const int* tri = triangles + 4 * static_cast<int64_t>(i);
-        const float* a = vertices + 3 * static_cast<int64_t>(tri[0]);
-        const float* b = vertices + 3 * static_cast<int64_t>(tri[1]);
-        const float* c = vertices + 3 * static_cast<int64_t>(tri[2]);
-        float lo[3], hi[3];
-        if (region) {
-            if (!clipTriangleToBox(a, b, c, *region, lo, hi)) {
-                for (int k = 0; k < 3; ++k) boxes.bounds[k][2 * i] = boxes.bounds[k][2 * i + 1] = 0.0f;
-                continue;
-            }
-        } else {
-            for (int k = 0; k < 3; ++k) {
-                // A NaN coordinate makes the box NaN on that axis, which the
-                // build reads as "spans the whole node".
-                float l = a[k], h = a[k];
-                if (std::isnan(b[k]) || std::isnan(c[k]) || std::isnan(l)) {
-                    l = h = NAN;
-                } else {
-                    l = b[k] < l ? b[k] : l;
-                    l = c[k] < l ? c[k] : l;
-                    h = b[k] > h ? b[k] : h;
-                    h = c[k] > h ? c[k] : h;
-                }
-                lo[k] = l + 0.0f;
-                hi[k] = h + 0.0f;
-            }
+    const int* tri = triangles + 4 * static_cast<int64_t>(i);
+    const float* a = vertices + 3 * static_cast<int64_t>(tri[0]);
+    const float* b = vertices + 3 * static_cast<int64_t>(tri[1]);
+    const float* c = vertices + 3 * static_cast<int64_t>(tri[2]);
+    float lo[3], hi[3];
+    if (region) {
+        if (!clipTriangleToBox(a, b, c, *region, lo, hi)) {
+            for (int k = 0; k < 3; ++k) boxes.bounds[k][2 * i] = boxes.bounds[k][2 * i + 1] = 0.0f;
+            return false;
         }
+    } else {
         for (int k = 0; k < 3; ++k) {
-            boxes.bounds[k][2 * i] = lo[k];
-            boxes.bounds[k][2 * i + 1] = hi[k];
+            // A NaN coordinate makes the box NaN on that axis, which the
+            // build reads as "spans the whole node".
+            float l = a[k], h = a[k];
+            if (std::isnan(b[k]) || std::isnan(c[k]) || std::isnan(l)) {
+                l = h = NAN;
+            } else {
+                l = b[k] < l ? b[k] : l;
+                l = c[k] < l ? c[k] : l;
+                h = b[k] > h ? b[k] : h;
+                h = c[k] > h ? c[k] : h;
+            }
+            lo[k] = l + 0.0f;
+            hi[k] = h + 0.0f;
         }
-        kept[count++] = i;
     }
+    for (int k = 0; k < 3; ++k) {
+        boxes.bounds[k][2 * i] = lo[k];
+        boxes.bounds[k][2 * i + 1] = hi[k];
+    }
+    return true;
+}
+
+constexpr int32_t kThreadedFrom = 16384;  // triangles
+
+}  // namespace
+
+int32_t triangleBoxes(const float* vertices, const int* triangles, int32_t t,
+                      const VekrBox3D* region, const TriBoxes& boxes, int32_t* kept,
+                      int threads) noexcept
+{
+    // Each triangle's number, or -1 when it is left out; then the kept
+    // numbers moved together in order.
+    auto mark = [&](int begin, int end, int, int) {
+        for (int32_t i = begin; i < end; ++i)
+            kept[i] = boxOf(vertices, triangles, i, region, boxes) ? i : -1;
+    };
+    if (threads > 1 && t >= kThreadedFrom)
+        parallelFor(threads, t, staticBlock, mark);
+    else
+        mark(0, t, 0, 1);
+    int32_t count = 0;
+    for (int32_t i = 0; i < t; ++i)
+        if (kept[i] >= 0) kept[count++] = kept[i];
     return count;
 }
 

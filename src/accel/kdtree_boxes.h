@@ -21,9 +21,11 @@ struct TriBoxes {
 // Fills the boxes of all t triangles and writes the numbers of the triangles
 // that take part (all of them without a region; those with a part inside it
 // otherwise) in ascending order into kept.  Returns how many were kept.
-// A coordinate -0 is stored as +0, so that one plane has one key.
+// A coordinate -0 is stored as +0, so that one plane has one key.  Large
+// meshes are boxed on `threads` threads.
 int32_t triangleBoxes(const float* vertices, const int* triangles, int32_t t,
-                      const VekrBox3D* region, const TriBoxes& boxes, int32_t* kept) noexcept;
+                      const VekrBox3D* region, const TriBoxes& boxes, int32_t* kept,
+                      int threads) noexcept;
 
 // Cuts the triangle (a, b, c) to the box axis by axis and gives the bounds
 // of the remaining polygon, rounded outwards to floats and kept inside the

@@ -88,7 +88,8 @@ VekStatus buildCostDrivenStats(const float* vertices, const int* triangles, int3
 
     int32_t* list = static_cast<int32_t*>(store.take(4u * static_cast<size_t>(t), 0));
     if (!list) return store.failed();
-    const int32_t kept = triangleBoxes(vertices, triangles, triangleCount, region, rc.boxes, list);
+    const int32_t kept = triangleBoxes(vertices, triangles, triangleCount, region, rc.boxes, list,
+                                       rc.threads);
     VekrKDTreeBuildNode root{kLeafKind, kept, list};
     // The root cell is the box of every kept triangle (NaN bounds ignored).
     NodeBox box;
