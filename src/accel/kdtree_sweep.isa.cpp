@@ -67,6 +67,19 @@ struct Lanes {
     }
     static D splatD(double v) { return _mm512_set1_pd(v); }
     static uint32_t less(D a, D b) { return _mm512_cmp_pd_mask(a, b, _CMP_LT_OQ); }
+    // The least of the costs of the lanes in `lanes` (not empty), and the
+    // first lane that holds it.
+    static int firstLeast(const D c[2], uint32_t lanes, double& least)
+    {
+        const D inf = _mm512_set1_pd(__builtin_inf());
+        const D v0 = _mm512_mask_blend_pd(static_cast<__mmask8>(lanes), inf, c[0]);
+        const D v1 = _mm512_mask_blend_pd(static_cast<__mmask8>(lanes >> 8), inf, c[1]);
+        least = _mm512_reduce_min_pd(_mm512_min_pd(v0, v1));
+        const D m = _mm512_set1_pd(least);
+        const uint32_t at = _mm512_cmp_pd_mask(v0, m, _CMP_EQ_OQ) |
+                            (static_cast<uint32_t>(_mm512_cmp_pd_mask(v1, m, _CMP_EQ_OQ)) << 8);
+        return __builtin_ctz(at);
+    }
     static void store(double* p, D v) { _mm512_storeu_pd(p, v); }
     static void store(float* p, F v) { _mm512_storeu_ps(p, v); }
     static void store(int32_t* p, I v) { _mm512_storeu_si512(p, v); }
@@ -117,6 +130,23 @@ struct Lanes {
     }
     static D splatD(double v) { return _mm256_set1_pd(v); }
     static uint32_t less(D a, D b) { return _mm256_movemask_pd(_mm256_cmp_pd(a, b, _CMP_LT_OQ)); }
+    static int firstLeast(const D c[2], uint32_t lanes, double& least)
+    {
+        const __m256i bit = _mm256_setr_epi64x(1, 2, 4, 8);
+        const D inf = _mm256_set1_pd(__builtin_inf());
+        D v[2];
+        for (int h = 0; h < 2; ++h) {
+            const __m256i sel = _mm256_and_si256(_mm256_set1_epi64x((lanes >> (4 * h)) & 15u), bit);
+            v[h] = _mm256_blendv_pd(inf, c[h], _mm256_castsi256_pd(_mm256_cmpeq_epi64(sel, bit)));
+        }
+        D t = _mm256_min_pd(v[0], v[1]);
+        t = _mm256_min_pd(t, _mm256_permute4x64_pd(t, 0x4E));  // swap the 128-bit halves
+        t = _mm256_min_pd(t, _mm256_permute_pd(t, 0x5));       // swap within them
+        least = _mm256_cvtsd_f64(t);
+        const uint32_t at = static_cast<uint32_t>(_mm256_movemask_pd(_mm256_cmp_pd(v[0], t, _CMP_EQ_OQ))) |
+                            (static_cast<uint32_t>(_mm256_movemask_pd(_mm256_cmp_pd(v[1], t, _CMP_EQ_OQ))) << 4);
+        return __builtin_ctz(at);
+    }
     static void store(double* p, D v) { _mm256_storeu_pd(p, v); }
     static void store(float* p, F v) { _mm256_storeu_ps(p, v); }
     static void store(int32_t* p, I v) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v); }
@@ -139,7 +169,6 @@ int32_t sweepBlocks(const ::vekr::kd::EventInput& in, double r, ::vekr::kd::Swee
     const F vlo = W::splat(lo), vhi = W::splat(hi);
     const D dlo = W::splatD(lo), dhi = W::splatD(hi), dr = W::splatD(r);
     const I lane = W::laneIndex();
-    alignas(64) double cost[L];
     alignas(64) float place[L];
     alignas(64) int32_t below[L], above[L];
     uint32_t carry = 0;  // the last event of the block before ties with the first of this one
@@ -171,21 +200,18 @@ int32_t sweepBlocks(const ::vekr::kd::EventInput& in, double r, ::vekr::kd::Swee
             better |= W::less(c[h], best) << (h * H);
         }
         better &= exact;
+        // The loop would take the better lanes in turn, each only when it
+        // beats the last: it ends on the first lane of the least cost.
         if (better) {
-            W::store(cost, c[0]);
-            W::store(cost + H, c[1]);
+            double least;
+            const int l = W::firstLeast(c, better, least);
             W::store(place, x);
             W::store(below, b);
             W::store(above, a);
-            for (; better; better &= better - 1) {
-                const int l = __builtin_ctz(better);
-                if (cost[l] < st.bestCost) {
-                    st.bestCost = cost[l];
-                    st.bestX = place[l];
-                    st.bestBelow = below[l];
-                    st.bestAbove = above[l];
-                }
-            }
+            st.bestCost = least;
+            st.bestX = place[l];
+            st.bestBelow = below[l];
+            st.bestAbove = above[l];
         }
         const int32_t endCount = __builtin_popcount(ends);
         st.j += endCount;
