@@ -46,8 +46,10 @@ bool chargeSubtree(UnitCharges& units, const VekrKDTreeBuildNode& node)
 
 }  // namespace
 
-bool chargeNodes(Budget& budget, size_t rootListBytes, const VekrKDTreeBuildNode& root)
+bool chargeNodes(Budget& budget, size_t rootListBytes, const VekrKDTreeBuildNode& root,
+                 uint64_t total)
 {
+    if (total > 0 && total <= kUnitBytes) return budget.chargeUnit();
     UnitCharges units(budget);
     if (rootListBytes > 0 && !units.take(rootListBytes)) return false;
     return chargeSubtree(units, root);
@@ -59,6 +61,13 @@ NodeStore::~NodeStore()
 {
     for (Lane& l : lanes_)
         for (void* p : l.blocks) freeBlock(p);
+}
+
+uint64_t NodeStore::requested() const
+{
+    uint64_t sum = requested_.load(std::memory_order_relaxed);
+    for (const Lane& l : lanes_) sum += l.pending;
+    return sum;
 }
 
 void NodeStore::fail(VekStatus st)

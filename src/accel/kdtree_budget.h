@@ -54,8 +54,10 @@ private:
 
 // Charges the root list (rootListBytes, 0 for an empty mesh) and then every
 // record and list of the tree in depth-first order; false as soon as a unit
-// cannot be paid for.
-bool chargeNodes(Budget& budget, size_t rootListBytes, const VekrKDTreeBuildNode& root);
+// cannot be paid for.  total: the sum of those requests, each rounded up to
+// 16 bytes; when it fits in one unit, that unit is all the replay would open.
+bool chargeNodes(Budget& budget, size_t rootListBytes, const VekrKDTreeBuildNode& root,
+                 uint64_t total);
 
 // Storage of the records and lists while the tree is built, one bump
 // allocator per thread, released at once by the destructor.  The requests
@@ -77,6 +79,9 @@ public:
     void* take(size_t bytes, int thread);
     // vekStsOk, or the first failure: vekStsMemBudget or vekStsNoMem.
     VekStatus failed() const { return failed_.load(std::memory_order_relaxed); }
+    // Every request so far, each rounded up to 16 bytes; read once the
+    // threads are done.
+    uint64_t requested() const;
     void fail(VekStatus st);
 
 private:

@@ -110,7 +110,8 @@ VekStatus buildCostDrivenStats(const float* vertices, const int* triangles, int3
                           reinterpret_cast<uint8_t*>(scratch + keyCount - sideWords)};
     buildTree(rc, space, root, box);
     if (store.failed() != vekStsOk) return store.failed();
-    if (!chargeNodes(budget, 4u * static_cast<size_t>(t), root)) return vekStsMemBudget;
+    if (!chargeNodes(budget, 4u * static_cast<size_t>(t), root, store.requested()))
+        return vekStsMemBudget;
     return packTree(root, ppTree, pTreeSize);
 }
 
