@@ -18,34 +18,43 @@ inline int32_t* axisRegion(int32_t* words, int32_t n, int axis)
     return words + 3 + (2 * static_cast<int64_t>(n) + 1) * axis;
 }
 
-// Least-significant-digit radix sort of ids by keys, 11 bits per pass; the
-// sorted ids end in out.  keys, ids and the two spare arrays hold n words.
-void sortIdsByKey(uint32_t* keys, int32_t* ids, uint32_t* spareKeys, int32_t* spareIds,
-                  int32_t n, int32_t* out) noexcept
+// Least-significant-digit radix sort of ids by keys, 11 bits per digit, the
+// three digits' counts taken in one pass beforehand.  ids and keys start in
+// out and keys and end in out; the spare arrays hold n words each.
+void sortIdsByKey(uint32_t* keys, int32_t* out, uint32_t* spareKeys, int32_t* spareIds,
+                  int32_t n) noexcept
 {
+    uint32_t count[3][2048] = {};
+    for (int32_t i = 0; i < n; ++i) {
+        const uint32_t k = keys[i];
+        ++count[0][k & 2047u];
+        ++count[1][(k >> 11) & 2047u];
+        ++count[2][k >> 22];
+    }
     uint32_t* k = keys;
-    int32_t* v = ids;
+    int32_t* v = out;
     uint32_t* k2 = spareKeys;
     int32_t* v2 = spareIds;
-    for (int shift = 0; shift < 32; shift += 11) {
-        uint32_t count[2048] = {};
-        for (int32_t i = 0; i < n; ++i) ++count[(k[i] >> shift) & 2047u];
-        if (n > 0 && count[(k[0] >> shift) & 2047u] == static_cast<uint32_t>(n)) continue;
+    for (int digit = 0; digit < 3; ++digit) {
+        const int shift = 11 * digit;
+        uint32_t* c = count[digit];
+        // A digit that all keys share leaves the order as it is.
+        if (n == 0 || c[(k[0] >> shift) & 2047u] == static_cast<uint32_t>(n)) continue;
         uint32_t sum = 0;
-        for (uint32_t& c : count) {
-            const uint32_t here = c;
-            c = sum;
+        for (int d = 0; d < 2048; ++d) {
+            const uint32_t here = c[d];
+            c[d] = sum;
             sum += here;
         }
         for (int32_t i = 0; i < n; ++i) {
-            const uint32_t at = count[(k[i] >> shift) & 2047u]++;
+            const uint32_t at = c[(k[i] >> shift) & 2047u]++;
             k2[at] = k[i];
             v2[at] = v[i];
         }
         std::swap(k, k2);
         std::swap(v, v2);
     }
-    std::memcpy(out, v, sizeof(int32_t) * static_cast<size_t>(n));
+    if (v != out) std::memcpy(out, v, sizeof(int32_t) * static_cast<size_t>(n));
 }
 
 // The key of a bound kept inside the cell [lo, hi].
@@ -75,24 +84,26 @@ bool orderable(const TriBoxes& boxes, const int32_t* list, int32_t n) noexcept
     return !nan;
 }
 
-void sortOrders(const TriBoxes& boxes, const int32_t* list, int32_t n, int axis, float lo,
-                float hi, int32_t* words, uint32_t* scratch) noexcept
+void sortBounds(const TriBoxes& boxes, const int32_t* list, int32_t n, int axis, int side,
+                int32_t* words, uint32_t* scratch) noexcept
+{
+    const float* B = boxes.bounds[axis];
+    int32_t* out = axisRegion(words, n, axis) + (side == 0 ? 0 : n);
+    uint32_t* keys = scratch;
+    for (int32_t i = 0; i < n; ++i) {
+        keys[i] = floatKey(B[2 * list[i] + side]);
+        out[i] = list[i];
+    }
+    sortIdsByKey(keys, out, scratch + n, reinterpret_cast<int32_t*>(scratch + 2 * static_cast<int64_t>(n)), n);
+}
+
+void mergeOrders(const TriBoxes& boxes, int32_t n, int axis, float lo, float hi, int32_t* words,
+                 uint32_t* scratch) noexcept
 {
     const float* B = boxes.bounds[axis];
     int32_t* region = axisRegion(words, n, axis);
-    int32_t* byStart = region;
-    int32_t* byEnd = region + n;
-    uint32_t* keys = scratch;
-    int32_t* ids = reinterpret_cast<int32_t*>(scratch + n);
-    uint32_t* spareKeys = scratch + 2 * static_cast<int64_t>(n);
-    int32_t* spareIds = reinterpret_cast<int32_t*>(scratch + 3 * static_cast<int64_t>(n));
-    for (int side = 0; side < 2; ++side) {
-        for (int32_t i = 0; i < n; ++i) {
-            keys[i] = floatKey(B[2 * list[i] + side]);
-            ids[i] = list[i];
-        }
-        sortIdsByKey(keys, ids, spareKeys, spareIds, n, side == 0 ? byStart : byEnd);
-    }
+    const int32_t* byStart = region;
+    const int32_t* byEnd = region + n;
 
     // The flats, and the starts and ends of the others, each in order.
     int32_t* flats = reinterpret_cast<int32_t*>(scratch);

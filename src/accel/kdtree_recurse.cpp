@@ -16,6 +16,7 @@
 
 #include <omp.h>
 
+#include <atomic>
 #include <cstring>
 
 #include "accel/kdtree_cost.h"
@@ -272,7 +273,6 @@ void splitNode(const Recursion& rc, const TaskSpace& space, VekrKDTreeBuildNode&
     upper.lo[best] = split;
     if (rc.threads > 1 && nb >= kTaskFrom && splitAsTask(rc, record[0], lower, depth + 1, childOrders[0])) {
         splitNode(rc, space, record[1], upper, depth + 1, childOrders[1]);
-#pragma omp taskwait
         return;
     }
     splitNode(rc, space, record[0], lower, depth + 1, childOrders[0]);
@@ -294,19 +294,34 @@ void buildTree(const Recursion& rc, const TaskSpace& space, VekrKDTreeBuildNode&
     int32_t* orders = nullptr;
     if (n > kOrdersAbove && rc.depthLimit > 0 && orderable(rc.boxes, list, n))
         orders = rc.pool->take(orderWords(n));
-    // The root's orders, two axes at a time (4n words of scratch each).
+    // The root's orders: the six sorts, then the three merges, each step
+    // shared by as many threads as the scratch has room for at 3n words.
     auto sortAxes = [&] {
         if (!orders) return;
-        auto sortAxis = [&](int a, uint32_t* scratch) {
-            sortOrders(rc.boxes, list, n, a, box.lo[a], box.hi[a], orders, scratch);
+        const int64_t slot = 3 * static_cast<int64_t>(n);
+        const int64_t room = space.scratchWords / slot;
+        const int workers = static_cast<int>(rc.threads < room ? rc.threads : room);
+        std::atomic<int> next{0};
+        auto work = [&](int step, uint32_t* scratch) {
+            const int jobs = step == 0 ? 6 : 3;
+            for (int j; (j = next.fetch_add(1, std::memory_order_relaxed)) < jobs;) {
+                if (step == 0)
+                    sortBounds(rc.boxes, list, n, j / 2, j % 2, orders, scratch);
+                else
+                    mergeOrders(rc.boxes, n, j, box.lo[j], box.hi[j], orders, scratch);
+            }
         };
+        for (int step = 0; step < 2; ++step) {
+            next.store(0, std::memory_order_relaxed);
 #pragma omp taskgroup
-        {
-#pragma omp task shared(sortAxis) if (rc.threads > 1)
-            sortAxis(1, space.scratch + 4 * static_cast<int64_t>(n));
-            sortAxis(0, space.scratch);
+            {
+                for (int w = 1; w < workers; ++w) {
+#pragma omp task firstprivate(w) shared(work, step)
+                    work(step, space.scratch + w * slot);
+                }
+                work(step, space.scratch);
+            }
         }
-        sortAxis(2, space.scratch);
     };
     if (rc.threads > 1) {
 #pragma omp parallel num_threads(rc.threads)
