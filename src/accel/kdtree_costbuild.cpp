@@ -104,10 +104,10 @@ VekStatus buildCostDrivenStats(const float* vertices, const int* triangles, int3
         box.hi[a] = hi;
     }
     // The side bytes of the first task at the end of the key scratch.
-    const int64_t sideWords = (static_cast<int64_t>(t) + 3) / 4;
+    const int64_t side = sideWords(triangleCount);
     uint32_t* scratch = static_cast<uint32_t*>(keys.get());
-    const TaskSpace space{scratch, keyCount - sideWords,
-                          reinterpret_cast<uint8_t*>(scratch + keyCount - sideWords)};
+    const TaskSpace space{scratch, keyCount - side,
+                          reinterpret_cast<uint8_t*>(scratch + keyCount - side)};
     buildTree(rc, space, root, box);
     if (store.failed() != vekStsOk) return store.failed();
     if (!chargeNodes(budget, 4u * static_cast<size_t>(t), root, store.requested()))

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "accel/kdtree_sort.h"
+#include "accel/kdtree_split.h"
 
 namespace vekr::kd {
 
@@ -154,64 +155,47 @@ void keysFromOrders(const TriBoxes& boxes, const Orders& in, int axis, float lo,
 
 namespace {
 
-// One list of one axis (the flats or the events) into both children; each
-// entry is written to both and kept by the child whose bit its side has.
-// The writes go one past what is kept.
+// One list of one axis (the flats or the events) into the children: the
+// wide blocks first, then the rest one entry at a time.  Each entry is
+// written to both children and kept by those whose bit its side has, so
+// the writes go one past what is kept.
 template <int Shift>
 void splitList(const int32_t* src, int32_t count, const uint8_t* side, int32_t* below,
-               int32_t& keptBelow, int32_t* above, int32_t& keptAbove) noexcept
+               int32_t& keptBelow, int32_t* above, int32_t& keptAbove, Isa isa) noexcept
 {
+    int32_t k = VEKR_ISA_CALL(isa, filterListBlocks(src, count, Shift, side, below, keptBelow,
+                                                    above, keptAbove));
     int32_t b = keptBelow, a = keptAbove;
-    for (int32_t k = 0; k < count; ++k) {
+    int32_t spare = 0;  // where a child without words writes, its count staying 0
+    int32_t* toBelow = below ? below : &spare;
+    int32_t* toAbove = above ? above : &spare;
+    const uint32_t maskBelow = below ? 1u : 0u, maskAbove = above ? 1u : 0u;
+    for (; k < count; ++k) {
         const int32_t v = src[k];
         const uint32_t s = side[v >> Shift];
-        below[b] = v;
-        above[a] = v;
-        b += static_cast<int32_t>(s & 1u);
-        a += static_cast<int32_t>(s >> 1);
+        toAbove[a] = v;
+        toBelow[b] = v;
+        b += static_cast<int32_t>(s & maskBelow);
+        a += static_cast<int32_t>((s >> 1) & maskAbove);
     }
     keptBelow = b;
     keptAbove = a;
 }
 
-template <int Shift>
-void keepList(const int32_t* src, int32_t count, const uint8_t* side, uint8_t mask, int32_t* out,
-              int32_t& kept) noexcept
-{
-    int32_t c = kept;
-    for (int32_t k = 0; k < count; ++k) {
-        const int32_t v = src[k];
-        out[c] = v;
-        c += (side[v >> Shift] & mask) != 0;
-    }
-    kept = c;
-}
-
 }  // namespace
 
 void filterOrders(const Orders& in, int axis, const uint8_t* side, int32_t* belowWords,
-                  int32_t nBelow, int32_t* aboveWords, int32_t nAbove) noexcept
+                  int32_t nBelow, int32_t* aboveWords, int32_t nAbove, Isa isa) noexcept
 {
+    if (!belowWords && !aboveWords) return;
     // Per child: the flats from the start of the axis's region, then the events.
     int32_t* below = belowWords ? axisRegion(belowWords, nBelow, axis) : nullptr;
     int32_t* above = aboveWords ? axisRegion(aboveWords, nAbove, axis) : nullptr;
-    const int32_t* flats = in.flats[axis];
-    const int32_t* events = in.events[axis];
-    const int32_t f = in.f[axis], e = 2 * in.m[axis];
     int32_t b = 0, a = 0;
-    if (below && above) {
-        splitList<0>(flats, f, side, below, b, above, a);
-        belowWords[axis] = b;
-        aboveWords[axis] = a;
-        splitList<1>(events, e, side, below, b, above, a);
-    } else if (below || above) {
-        int32_t* out = below ? below : above;
-        int32_t* words = below ? belowWords : aboveWords;
-        const uint8_t mask = below ? 1 : 2;
-        keepList<0>(flats, f, side, mask, out, b);
-        words[axis] = b;
-        keepList<1>(events, e, side, mask, out, b);
-    }
+    splitList<0>(in.flats[axis], in.f[axis], side, below, b, above, a, isa);
+    if (belowWords) belowWords[axis] = b;
+    if (aboveWords) aboveWords[axis] = a;
+    splitList<1>(in.events[axis], 2 * in.m[axis], side, below, b, above, a, isa);
 }
 
 }  // namespace vekr::kd

@@ -24,6 +24,7 @@
 #include <cstdint>
 
 #include "accel/kdtree_boxes.h"
+#include "core/isa.h"
 
 namespace vekr::kd {
 
@@ -73,7 +74,9 @@ void keysFromOrders(const TriBoxes& boxes, const Orders& in, int axis, float lo,
 // id with side[id] & 1 go below (nBelow of them, into belowWords), those
 // with side[id] & 2 above, in the order they have in `in`.  A child whose
 // words are null gets none.
+// side must hold 3 bytes past the last triangle's (wide levels read 4
+// bytes per triangle).  isa: the level of the wide blocks.
 void filterOrders(const Orders& in, int axis, const uint8_t* side, int32_t* belowWords,
-                  int32_t nBelow, int32_t* aboveWords, int32_t nAbove) noexcept;
+                  int32_t nBelow, int32_t* aboveWords, int32_t nAbove, Isa isa) noexcept;
 
 }  // namespace vekr::kd

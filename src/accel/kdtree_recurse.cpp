@@ -22,6 +22,7 @@
 #include "accel/kdtree_cost.h"
 #include "accel/kdtree_orders.h"
 #include "accel/kdtree_sort.h"
+#include "accel/kdtree_split.h"
 
 namespace vekr::kd {
 
@@ -96,7 +97,7 @@ AxisResult searchOrdered(const Recursion& rc, int axis, const Orders& orders, in
 // Writes the children's lists: below when the start lies below the split,
 // above when the end lies above it; a triangle in the plane goes to `side`.
 // With sideOf, also records per triangle where it went (bit 0 below, bit 1
-// above).
+// above).  The wide blocks first, then the rest one triangle at a time.
 void partition(const Recursion& rc, int axis, uint32_t xKey, int32_t side, const int32_t* list,
                int32_t n, const NodeBox& box, int32_t* below, int32_t* above, int32_t& nb,
                int32_t& na, uint8_t* sideOf)
@@ -104,7 +105,8 @@ void partition(const Recursion& rc, int axis, uint32_t xKey, int32_t side, const
     const float* B = rc.boxes.bounds[axis];
     const float lo = box.lo[axis], hi = box.hi[axis];
     int32_t b = 0, a = 0;
-    for (int32_t i = 0; i < n; ++i) {
+    const PartitionInput in{B, list, n, lo, hi, keyFloat(xKey), side};
+    for (int32_t i = VEKR_ISA_CALL(rc.isa, partitionBlocks(in, below, b, above, a, sideOf)); i < n; ++i) {
         const int32_t id = list[i];
         const uint32_t ks = floatKey(clampLo(B[2 * id], lo));
         const uint32_t ke = floatKey(clampHi(B[2 * id + 1], hi));
@@ -153,7 +155,7 @@ bool splitAsTask(const Recursion& rc, VekrKDTreeBuildNode& node, const NodeBox& 
 {
     const int32_t n = node.value;
     const int64_t scratchWords = 3 * static_cast<int64_t>(n);
-    const int64_t words = scratchWords + (static_cast<int64_t>(rc.triangles) + 3) / 4;
+    const int64_t words = scratchWords + sideWords(rc.triangles);
     int32_t* block = rc.pool->take(words);
     if (!block) return false;
     const Recursion* shared = &rc;
@@ -255,7 +257,7 @@ void splitNode(const Recursion& rc, const TaskSpace& space, VekrKDTreeBuildNode&
         for (int c = 0; c < 2; ++c)
             if (counts[c] > kOrdersAbove) childOrders[c] = rc.pool->take(orderWords(counts[c]));
         auto filter = [&](int axis) {
-            filterOrders(orders, axis, space.side, childOrders[0], nb, childOrders[1], na);
+            filterOrders(orders, axis, space.side, childOrders[0], nb, childOrders[1], na, rc.isa);
         };
 #pragma omp taskgroup
         {

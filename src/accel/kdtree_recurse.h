@@ -37,6 +37,10 @@ struct TaskSpace {
     uint8_t* side;
 };
 
+// Words of a side array for t triangles: t bytes, and 3 more that the wide
+// filter's 4-byte reads may touch.
+constexpr int64_t sideWords(int32_t t) { return (static_cast<int64_t>(t) + 6) / 4; }
+
 // q from the caller's threshold: (10 - 9 * threshold) * 0.5057569742202759
 // in double precision, rounded to float.
 float splitFactor(float threshold) noexcept;
