@@ -31,7 +31,7 @@ namespace {
 constexpr int32_t kParallelAbove = 75;
 constexpr float kMinExtent = 1e-5f;  // 0x3727C5AC
 constexpr int32_t kOrdersAbove = 8;      // larger nodes read their keys from orders
-constexpr int32_t kTaskFrom = 1024;        // a child this large is built as a task
+constexpr int32_t kTaskFrom = 4096;        // a child this large is built as a task
 constexpr int32_t kAxisTasksFrom = 12288;  // a node this large searches its axes, and
                                            // filters its children's orders, as tasks
 
