@@ -80,6 +80,8 @@ VekStatus buildCostDrivenStats(const float* vertices, const int* triangles, int3
     // thread's partly used block comes out of the spare memory.
     NodeStore store(rc.threads, budget.remaining());
     SparePool pool(fixed - 4 * (keyCount + boxFloats) - static_cast<int64_t>(rc.threads) * NodeStore::kBlockBytes);
+    std::atomic<int> waiting{0};
+    rc.waiting = &waiting;
     rc.store = &store;
     rc.pool = &pool;
     rc.triangles = triangleCount;

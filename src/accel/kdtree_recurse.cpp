@@ -149,19 +149,24 @@ void splitNode(const Recursion& rc, const TaskSpace& space, VekrKDTreeBuildNode&
                const NodeBox& box, int32_t depth, int32_t* orderBlock);
 
 // Builds the subtree below `node` as a task with its own space, when the
-// pool can give it; false when it could not (the caller builds it).
+// pool can give it and fewer than two tasks per thread wait to start; false
+// when not (the caller builds it).  A waiting task holds its space, so the
+// bound keeps the pool for the children's orders.
 bool splitAsTask(const Recursion& rc, VekrKDTreeBuildNode& node, const NodeBox& box,
                  int32_t depth, int32_t* orderBlock)
 {
+    if (rc.waiting->load(std::memory_order_relaxed) >= 2 * rc.threads) return false;
     const int32_t n = node.value;
     const int64_t scratchWords = 3 * static_cast<int64_t>(n);
     const int64_t words = scratchWords + sideWords(rc.triangles);
     int32_t* block = rc.pool->take(words);
     if (!block) return false;
+    rc.waiting->fetch_add(1, std::memory_order_relaxed);
     const Recursion* shared = &rc;
     VekrKDTreeBuildNode* target = &node;
 #pragma omp task firstprivate(shared, target, block, words, scratchWords, box, depth, orderBlock)
     {
+        shared->waiting->fetch_sub(1, std::memory_order_relaxed);
         const TaskSpace own{reinterpret_cast<uint32_t*>(block), scratchWords,
                             reinterpret_cast<uint8_t*>(block + scratchWords)};
         splitNode(*shared, own, *target, box, depth, orderBlock);

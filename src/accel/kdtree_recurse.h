@@ -1,6 +1,7 @@
 // The recursive split of the tree under construction.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -25,6 +26,7 @@ struct Recursion {
     float q;           // split-acceptance factor
     int32_t depthLimit;  // a node at this depth stays a leaf
     int threads;       // threads of the build; 1: no tasks
+    std::atomic<int>* waiting;  // subtree tasks made and not yet started
     Isa isa;           // level of the cost sweep's wide blocks
 };
 
