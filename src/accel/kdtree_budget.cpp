@@ -76,12 +76,35 @@ void NodeStore::fail(VekStatus st)
     failed_.compare_exchange_strong(ok, st, std::memory_order_relaxed);
 }
 
+NodeStore::Lane& NodeStore::lane(int thread)
+{
+    const size_t t = static_cast<size_t>(thread);
+    return lanes_[t < lanes_.size() ? t : t % lanes_.size()];
+}
+
+void NodeStore::give(void* p, size_t bytes, int thread)
+{
+    bytes = (bytes + 15u) & ~size_t(15u);
+    if (!p || bytes < sizeof(void*)) return;
+    Lane& l = lane(thread);
+    const int k = 63 - __builtin_clzll(bytes);  // 2^k <= bytes
+    if (k >= kBins) return;
+    *static_cast<void**>(p) = l.bins[k];
+    l.bins[k] = p;
+}
+
 void* NodeStore::take(size_t bytes, int thread)
 {
     bytes = (bytes + 15u) & ~size_t(15u);
-    const size_t t = static_cast<size_t>(thread);
-    Lane& lane = lanes_[t < lanes_.size() ? t : t % lanes_.size()];
+    Lane& lane = this->lane(thread);
     lane.pending += bytes;
+    // Given-back storage of the least bin whose every entry is large enough.
+    const int k = 64 - __builtin_clzll(bytes - 1);  // 2^k >= bytes
+    if (k < kBins && lane.bins[k]) {
+        void* p = lane.bins[k];
+        lane.bins[k] = *static_cast<void**>(p);
+        return p;
+    }
     if (static_cast<size_t>(lane.end - lane.next) >= bytes) {
         char* p = lane.next;
         lane.next += bytes;

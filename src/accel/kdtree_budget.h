@@ -77,6 +77,10 @@ public:
     // 16-byte aligned storage for the given thread; null (and failed() set)
     // when the budget cannot pay or memory is exhausted.
     void* take(size_t bytes, int thread);
+    // Hands back storage that is no longer read (a node's own list once it
+    // has split): the thread's later requests that fit reuse it, so the
+    // build touches less new memory.  It stays counted as requested.
+    void give(void* p, size_t bytes, int thread);
     // vekStsOk, or the first failure: vekStsMemBudget or vekStsNoMem.
     VekStatus failed() const { return failed_.load(std::memory_order_relaxed); }
     // Every request so far, each rounded up to 16 bytes; read once the
@@ -85,12 +89,17 @@ public:
     void fail(VekStatus st);
 
 private:
+    // Given-back storage of at least 2^k bytes, chained through its first
+    // word, in bin k.
+    static constexpr int kBins = 48;
     struct alignas(64) Lane {
         char* next = nullptr;
         char* end = nullptr;
         uint64_t pending = 0;  // requested since the last addition to the sum
         std::vector<void*> blocks;
+        void* bins[kBins] = {};
     };
+    Lane& lane(int thread);
     std::vector<Lane> lanes_;
     std::atomic<uint64_t> requested_{0};
     uint64_t limit_;

@@ -246,6 +246,7 @@ void splitNode(const Recursion& rc, const TaskSpace& space, VekrKDTreeBuildNode&
     int32_t nb = 0, na = 0;
     partition(rc, best, R.posKey, R.side, list, n, box, below, above, nb, na,
               ordered ? space.side : nullptr);
+    rc.store->give(const_cast<int32_t*>(list), 4u * static_cast<size_t>(n), thread);
 
     const float split = keyFloat(R.posKey);
     node.kind = best;
