@@ -114,7 +114,7 @@ VekStatus buildCostDrivenStats(const float* vertices, const int* triangles, int3
     if (store.failed() != vekStsOk) return store.failed();
     if (!chargeNodes(budget, 4u * static_cast<size_t>(t), root, store.requested()))
         return vekStsMemBudget;
-    return packTree(root, ppTree, pTreeSize);
+    return packTree(root, ppTree, pTreeSize, rc.threads);
 }
 
 VekStatus buildCostDriven(const float* vertices, const int* triangles, int32_t vertexCount,
