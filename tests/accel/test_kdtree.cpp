@@ -6,9 +6,11 @@
 
 #include <algorithm>
 #include <functional>
+#include <random>
 #include <string>
 #include <vector>
 
+#include "accel/kdtree_budget.h"
 #include "accel/kdtree_build.h"
 #include "kdtree_check.h"
 #include "kdtree_recorded.h"
@@ -199,6 +201,46 @@ TEST(KDTreeBudget, StatusAtEachBoundary)
         vekrKDTreeFree(tree);
     }
     omp_set_num_threads(saved);
+}
+
+// Storage handed back to the node store is reused only for requests that
+// fit in it: every live block keeps its own pattern through a random run of
+// requests and returns on two threads' lanes, and every request stays
+// counted, rounded to 16 bytes.
+TEST(KDTreeStore, ReusedStorageNeverOverlapsLiveStorage)
+{
+    vekr::kd::NodeStore store(2, uint64_t(1) << 40);
+    struct Live {
+        uint8_t* p;
+        size_t bytes;
+        uint8_t mark;
+    };
+    std::vector<Live> live;
+    std::mt19937 rng(5);
+    uint64_t requested = 0;
+    for (int step = 0; step < 20000; ++step) {
+        const int lane = static_cast<int>(rng() % 2);
+        if (!live.empty() && rng() % 3 == 0) {
+            const size_t at = rng() % live.size();
+            store.give(live[at].p, live[at].bytes, lane);
+            live[at] = live.back();
+            live.pop_back();
+            continue;
+        }
+        // Mostly list sizes of small nodes, now and then a large block.
+        const size_t bytes = rng() % 50 == 0 ? 16384 + rng() % 40000 : 1 + rng() % 600;
+        auto* p = static_cast<uint8_t*>(store.take(bytes, lane));
+        ASSERT_NE(p, nullptr);
+        ASSERT_EQ(reinterpret_cast<uintptr_t>(p) % 16, 0u);
+        requested += (bytes + 15) & ~size_t(15);
+        const uint8_t mark = static_cast<uint8_t>(step);
+        std::fill(p, p + bytes, mark);
+        live.push_back(Live{p, bytes, mark});
+    }
+    for (const Live& l : live)
+        ASSERT_TRUE(std::all_of(l.p, l.p + l.bytes, [&](uint8_t v) { return v == l.mark; }));
+    EXPECT_EQ(store.requested(), requested);
+    EXPECT_EQ(store.failed(), vekStsOk);
 }
 
 // A leaf of three triangles is packed when its index gaps fit 15 and 16
