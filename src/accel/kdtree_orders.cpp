@@ -19,36 +19,38 @@ inline int32_t* axisRegion(int32_t* words, int32_t n, int axis)
     return words + 3 + (2 * static_cast<int64_t>(n) + 1) * axis;
 }
 
-// Least-significant-digit radix sort of ids by keys, 11 bits per digit, the
-// three digits' counts taken in one pass beforehand.  ids and keys start in
-// out and keys and end in out; the spare arrays hold n words each.
-void sortIdsByKey(uint32_t* keys, int32_t* out, uint32_t* spareKeys, int32_t* spareIds,
-                  int32_t n) noexcept
+// Least-significant-digit radix sort of values by 33-bit keys, 11 bits per
+// digit, stable.  Entry i has the key (keys[i] << 1) | low(values[i]), the
+// extra low bit coming from its value.  The three digits' counts are taken
+// in one pass beforehand; a digit that all keys share is skipped.  The
+// entries start in (keys, values) and end with their values in out; the
+// passes go back and forth between those and (spareKeys, out), n words each.
+template <class Low>
+void radixSort33(uint32_t* keys, int32_t* values, uint32_t* spareKeys, int32_t* out, int32_t n,
+                 Low low) noexcept
 {
+    auto digit = [&](uint32_t k, int32_t v, int d) -> uint32_t {
+        if (d == 0) return ((k << 1) | low(v)) & 2047u;
+        return (k >> (11 * d - 1)) & 2047u;
+    };
     uint32_t count[3][2048] = {};
-    for (int32_t i = 0; i < n; ++i) {
-        const uint32_t k = keys[i];
-        ++count[0][k & 2047u];
-        ++count[1][(k >> 11) & 2047u];
-        ++count[2][k >> 22];
-    }
+    for (int32_t i = 0; i < n; ++i)
+        for (int d = 0; d < 3; ++d) ++count[d][digit(keys[i], values[i], d)];
     uint32_t* k = keys;
-    int32_t* v = out;
+    int32_t* v = values;
     uint32_t* k2 = spareKeys;
-    int32_t* v2 = spareIds;
-    for (int digit = 0; digit < 3; ++digit) {
-        const int shift = 11 * digit;
-        uint32_t* c = count[digit];
-        // A digit that all keys share leaves the order as it is.
-        if (n == 0 || c[(k[0] >> shift) & 2047u] == static_cast<uint32_t>(n)) continue;
+    int32_t* v2 = out;
+    for (int d = 0; d < 3; ++d) {
+        uint32_t* c = count[d];
+        if (n == 0 || c[digit(k[0], v[0], d)] == static_cast<uint32_t>(n)) continue;
         uint32_t sum = 0;
-        for (int d = 0; d < 2048; ++d) {
-            const uint32_t here = c[d];
-            c[d] = sum;
+        for (int x = 0; x < 2048; ++x) {
+            const uint32_t here = c[x];
+            c[x] = sum;
             sum += here;
         }
         for (int32_t i = 0; i < n; ++i) {
-            const uint32_t at = c[(k[i] >> shift) & 2047u]++;
+            const uint32_t at = c[digit(k[i], v[i], d)]++;
             k2[at] = k[i];
             v2[at] = v[i];
         }
@@ -85,55 +87,43 @@ bool orderable(const TriBoxes& boxes, const int32_t* list, int32_t n) noexcept
     return !nan;
 }
 
-void sortBounds(const TriBoxes& boxes, const int32_t* list, int32_t n, int axis, int side,
-                int32_t* words, uint32_t* scratch) noexcept
+void sortEvents(const TriBoxes& boxes, const int32_t* list, int32_t n, int axis, float lo,
+                float hi, int32_t* words, uint32_t* scratch) noexcept
 {
     const float* B = boxes.bounds[axis];
-    int32_t* out = axisRegion(words, n, axis) + (side == 0 ? 0 : n);
-    uint32_t* keys = scratch;
-    for (int32_t i = 0; i < n; ++i) {
-        keys[i] = floatKey(B[2 * list[i] + side]);
-        out[i] = list[i];
-    }
-    sortIdsByKey(keys, out, scratch + n, reinterpret_cast<int32_t*>(scratch + 2 * static_cast<int64_t>(n)), n);
-}
-
-void mergeOrders(const TriBoxes& boxes, int32_t n, int axis, float lo, float hi, int32_t* words,
-                 uint32_t* scratch) noexcept
-{
-    const float* B = boxes.bounds[axis];
-    int32_t* region = axisRegion(words, n, axis);
-    const int32_t* byStart = region;
-    const int32_t* byEnd = region + n;
-
-    // The flats, and the starts and ends of the others, each in order.
-    int32_t* flats = reinterpret_cast<int32_t*>(scratch);
-    int32_t* starts = flats + n;
-    int32_t* ends = flats + 2 * static_cast<int64_t>(n);
     auto flat = [&](int32_t id) { return clampedStart(B[2 * id], lo) == clampedEnd(B[2 * id + 1], hi); };
-    int32_t f = 0, m = 0, e = 0;
-    for (int32_t i = 0; i < n; ++i) {
-        const int32_t id = byStart[i];
-        if (flat(id))
-            flats[f++] = id;
-        else
-            starts[m++] = id;
-    }
-    for (int32_t i = 0; i < n; ++i)
-        if (!flat(byEnd[i])) ends[e++] = byEnd[i];
+    int32_t f = 0;
+    for (int32_t i = 0; i < n; ++i) f += flat(list[i]) ? 1 : 0;
+    const int64_t m2 = 2 * static_cast<int64_t>(n - f);
 
-    // One stream, an end before a start of the same key.
-    words[axis] = f;
-    std::memcpy(region, flats, sizeof(int32_t) * static_cast<size_t>(f));
-    int32_t* out = region + f;
-    int32_t s = 0;
-    e = 0;
-    while (e < m) {
-        if (s < m && floatKey(B[2 * starts[s]]) < floatKey(B[2 * ends[e] + 1]))
-            *out++ = 2 * starts[s++];
-        else
-            *out++ = 2 * ends[e++] + 1;
+    // The flats' ids and keys, and the events' (in list order, each start
+    // before its end), in scratch: 3 * 2m words for the events, 3f for the
+    // flats.
+    int32_t* region = axisRegion(words, n, axis);
+    uint32_t* eventKeys = scratch;
+    int32_t* events = reinterpret_cast<int32_t*>(scratch + m2);
+    uint32_t* spareEventKeys = scratch + 2 * m2;
+    uint32_t* flatKeys = scratch + 3 * m2;
+    int32_t* flats = reinterpret_cast<int32_t*>(flatKeys + f);
+    uint32_t* spareFlatKeys = flatKeys + 2 * static_cast<int64_t>(f);
+    int32_t e = 0, g = 0;
+    for (int32_t i = 0; i < n; ++i) {
+        const int32_t id = list[i];
+        if (flat(id)) {
+            flatKeys[g] = floatKey(B[2 * id]);
+            flats[g++] = id;
+        } else {
+            eventKeys[e] = floatKey(B[2 * id]);
+            events[e++] = 2 * id;
+            eventKeys[e] = floatKey(B[2 * id + 1]);
+            events[e++] = 2 * id + 1;
+        }
     }
+    words[axis] = f;
+    // Flats by position; events by key, an end (low bit 1) before a start.
+    radixSort33(flatKeys, flats, spareFlatKeys, region, f, [](int32_t) { return 0u; });
+    radixSort33(eventKeys, events, spareEventKeys, region + f, static_cast<int32_t>(m2),
+                [](int32_t ev) { return static_cast<uint32_t>(~ev) & 1u; });
 }
 
 void keysFromOrders(const TriBoxes& boxes, const Orders& in, int axis, float lo, float hi,

@@ -52,16 +52,14 @@ Orders ordersIn(int32_t* words, int32_t n) noexcept;
 // end, whatever its place in the order).
 bool orderable(const TriBoxes& boxes, const int32_t* list, int32_t n) noexcept;
 
-// The root's orders, in two steps per axis.  sortBounds sorts the n
-// triangles of `list` by their starts (side 0) or ends (side 1) on the axis,
-// into that axis's part of `words` (orderWords(n) of them); mergeOrders then
-// turns the two sorted lists into the flats and the event stream of the
-// cell [lo, hi].  Each takes 3n words of scratch; the six sorts of a root
-// can run at the same time, and then its three merges.
-void sortBounds(const TriBoxes& boxes, const int32_t* list, int32_t n, int axis, int side,
-                int32_t* words, uint32_t* scratch) noexcept;
-void mergeOrders(const TriBoxes& boxes, int32_t n, int axis, float lo, float hi, int32_t* words,
-                 uint32_t* scratch) noexcept;
+// The root's orders on one axis, for the cell [lo, hi] (the box of the n
+// triangles of `list`), into that axis's part of `words` (orderWords(n) of
+// them): the flats and the events each sorted once, stably, so that equal
+// keys keep the order of `list`.  Takes 6n words of scratch; the three axes
+// can be sorted at the same time.
+constexpr int64_t sortEventsScratch(int32_t n) { return 6 * static_cast<int64_t>(n); }
+void sortEvents(const TriBoxes& boxes, const int32_t* list, int32_t n, int axis, float lo,
+                float hi, int32_t* words, uint32_t* scratch) noexcept;
 
 // The sorted keys of one node on one axis, for the general search: the
 // clamped starts and ends of the m triangles with an extent, and the

@@ -302,34 +302,36 @@ void buildTree(const Recursion& rc, const TaskSpace& space, VekrKDTreeBuildNode&
     int32_t* orders = nullptr;
     if (n > kOrdersAbove && rc.depthLimit > 0 && orderable(rc.boxes, list, n))
         orders = rc.pool->take(orderWords(n));
-    // The root's orders: the six sorts, then the three merges, each step
-    // shared by as many threads as the scratch has room for at 3n words.
+    // The root's orders: one sort per axis, the axes shared by up to three
+    // threads, the first using the task scratch and the others blocks of
+    // the pool.  Without room for one sort the root sorts its own keys.
     auto sortAxes = [&] {
         if (!orders) return;
-        const int64_t slot = 3 * static_cast<int64_t>(n);
-        const int64_t room = space.scratchWords / slot;
-        const int workers = static_cast<int>(rc.threads < room ? rc.threads : room);
-        std::atomic<int> next{0};
-        auto work = [&](int step, uint32_t* scratch) {
-            const int jobs = step == 0 ? 6 : 3;
-            for (int j; (j = next.fetch_add(1, std::memory_order_relaxed)) < jobs;) {
-                if (step == 0)
-                    sortBounds(rc.boxes, list, n, j / 2, j % 2, orders, scratch);
-                else
-                    mergeOrders(rc.boxes, n, j, box.lo[j], box.hi[j], orders, scratch);
-            }
-        };
-        for (int step = 0; step < 2; ++step) {
-            next.store(0, std::memory_order_relaxed);
-#pragma omp taskgroup
-            {
-                for (int w = 1; w < workers; ++w) {
-#pragma omp task firstprivate(w) shared(work, step)
-                    work(step, space.scratch + w * slot);
-                }
-                work(step, space.scratch);
-            }
+        const int64_t slot = sortEventsScratch(n);
+        if (space.scratchWords < slot) {
+            rc.pool->give(orders, orderWords(n));
+            orders = nullptr;
+            return;
         }
+        uint32_t* scratch[3] = {space.scratch, nullptr, nullptr};
+        int workers = 1;
+        while (workers < 3 && workers < rc.threads &&
+               (scratch[workers] = reinterpret_cast<uint32_t*>(rc.pool->take(slot))))
+            ++workers;
+        std::atomic<int> next{0};
+        auto work = [&](uint32_t* own) {
+            for (int a; (a = next.fetch_add(1, std::memory_order_relaxed)) < 3;)
+                sortEvents(rc.boxes, list, n, a, box.lo[a], box.hi[a], orders, own);
+        };
+#pragma omp taskgroup
+        {
+            for (int w = 1; w < workers; ++w) {
+#pragma omp task firstprivate(w) shared(work, scratch)
+                work(scratch[w]);
+            }
+            work(scratch[0]);
+        }
+        for (int w = 1; w < workers; ++w) rc.pool->give(scratch[w], slot);
     };
     if (rc.threads > 1) {
 #pragma omp parallel num_threads(rc.threads)
