@@ -43,12 +43,7 @@ void radixSort33(uint32_t* keys, int32_t* values, uint32_t* spareKeys, int32_t* 
     for (int d = 0; d < 3; ++d) {
         uint32_t* c = count[d];
         if (n == 0 || c[digit(k[0], v[0], d)] == static_cast<uint32_t>(n)) continue;
-        uint32_t sum = 0;
-        for (int x = 0; x < 2048; ++x) {
-            const uint32_t here = c[x];
-            c[x] = sum;
-            sum += here;
-        }
+        countsToStarts(c, 2048);
         for (int32_t i = 0; i < n; ++i) {
             const uint32_t at = c[digit(k[i], v[i], d)]++;
             k2[at] = k[i];

@@ -14,12 +14,7 @@ void radixSortCounted(uint32_t* keys, uint32_t* scratch, int32_t n, RadixCounts&
         uint32_t* h = c.h[pass];
         const int shift = pass * 8;
         if (h[(src[0] >> shift) & 0xFF] == static_cast<uint32_t>(n)) continue;
-        uint32_t sum = 0;
-        for (int b = 0; b < 256; ++b) {
-            const uint32_t cnt = h[b];
-            h[b] = sum;
-            sum += cnt;
-        }
+        countsToStarts(h, 256);
         for (int32_t i = 0; i < n; ++i) {
             const uint32_t k = src[i];
             dst[h[(k >> shift) & 0xFF]++] = k;

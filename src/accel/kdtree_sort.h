@@ -27,6 +27,18 @@ inline float keyFloat(uint32_t k) noexcept
     return f;
 }
 
+// Turns a radix pass's digit counts into the place where each digit's run
+// starts (the sum of the counts before it).
+inline void countsToStarts(uint32_t* counts, int digits) noexcept
+{
+    uint32_t sum = 0;
+    for (int d = 0; d < digits; ++d) {
+        const uint32_t here = counts[d];
+        counts[d] = sum;
+        sum += here;
+    }
+}
+
 // Digit counts of a radix sort, 8 bits per digit.
 struct RadixCounts {
     uint32_t h[4][256];
